@@ -1,0 +1,11 @@
+#pragma once
+
+#include <ctime>
+#include <string>
+
+namespace platform {
+
+// Formats a broken-down time exactly as ctime() does.
+std::string FormatCtime(const std::tm& time);
+
+}  // namespace platform

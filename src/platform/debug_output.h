@@ -1,0 +1,14 @@
+// The debugger output channel: OutputDebugString on Windows; on Linux stderr,
+// but only when QUELMKSP_DEBUG_OUTPUT=1, so that hosts see nothing by default.
+#pragma once
+
+#include <string_view>
+
+#include "platform/wide_string.h"
+
+namespace platform {
+
+void DebugOutput(std::string_view text);
+void DebugOutput(WideView text);
+
+}  // namespace platform

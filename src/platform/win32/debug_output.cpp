@@ -1,0 +1,17 @@
+#include "platform/debug_output.h"
+
+#include <windows.h>
+
+#include <string>
+
+namespace platform {
+
+void DebugOutput(std::string_view text) {
+    OutputDebugStringA(std::string(text).c_str());
+}
+
+void DebugOutput(WideView text) {
+    OutputDebugStringW(WideString(text).c_str());
+}
+
+}  // namespace platform

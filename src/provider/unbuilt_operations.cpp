@@ -1,0 +1,274 @@
+// Operations that the provider does not offer yet. Each writes its trace
+// frame and answers NTE_NOT_SUPPORTED, so that a caller gets a clear status
+// and the log shows what was asked.
+#include "provider/operation_frame.h"
+#include "provider/operations.h"
+
+namespace quelmksp {
+
+SECURITY_STATUS OpenProvider(NCRYPT_PROV_HANDLE* phProvider, LPCWSTR pszProviderName,
+                             DWORD dwFlags) {
+    OperationFrame frame(
+        OperationFrame::KeepProviderCache{}, "QUELMKSPOpenProvider",
+        {{"phProvider", phProvider}, {"pszProviderName", pszProviderName}, {"dwFlags", dwFlags}});
+    return frame.Exit(NTE_NOT_SUPPORTED);
+}
+
+SECURITY_STATUS OpenKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE* phKey, LPCWSTR pszKeyName,
+                        DWORD dwLegacyKeySpec, DWORD dwFlags) {
+    OperationFrame frame("QUELMKSPOpenKey", {{"hProvider", hProvider},
+                                             {"phKey", phKey},
+                                             {"pszKeyName", pszKeyName},
+                                             {"dwLegacyKeySpec", dwLegacyKeySpec},
+                                             {"dwFlags", dwFlags}});
+    return frame.Exit(NTE_NOT_SUPPORTED);
+}
+
+SECURITY_STATUS CreatePersistedKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE* phKey,
+                                   LPCWSTR pszAlgId, LPCWSTR pszKeyName, DWORD dwLegacyKeySpec,
+                                   DWORD dwFlags) {
+    OperationFrame frame("QUELMKSPCreatePersistedKey", {{"hProvider", hProvider},
+                                                        {"phKey", phKey},
+                                                        {"pszAlgId", pszAlgId},
+                                                        {"pszKeyName", pszKeyName},
+                                                        {"dwLegacyKeySpec", dwLegacyKeySpec},
+                                                        {"dwFlags", dwFlags}});
+    return frame.Exit(NTE_NOT_SUPPORTED);
+}
+
+SECURITY_STATUS GetProviderProperty(NCRYPT_PROV_HANDLE hProvider, LPCWSTR pszProperty,
+                                    PBYTE pbOutput, DWORD cbOutput, DWORD* pcbResult,
+                                    DWORD dwFlags) {
+    OperationFrame frame("QUELMKSPGetProviderProperty", {{"hProvider", hProvider},
+                                                         {"pszProperty", pszProperty},
+                                                         {"pbOutput", pbOutput},
+                                                         {"cbOutput", cbOutput},
+                                                         {"pcbResult", pcbResult},
+                                                         {"dwFlags", dwFlags}});
+    return frame.Exit(NTE_NOT_SUPPORTED);
+}
+
+SECURITY_STATUS GetKeyProperty(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey,
+                               LPCWSTR pszProperty, PBYTE pbOutput, DWORD cbOutput,
+                               DWORD* pcbResult, DWORD dwFlags) {
+    OperationFrame frame("QUELMKSPGetKeyProperty", {{"hProvider", hProvider},
+                                                    {"hKey", hKey},
+                                                    {"pszProperty", pszProperty},
+                                                    {"pbOutput", pbOutput},
+                                                    {"cbOutput", cbOutput},
+                                                    {"pcbResult", pcbResult},
+                                                    {"dwFlags", dwFlags}});
+    return frame.Exit(NTE_NOT_SUPPORTED);
+}
+
+SECURITY_STATUS SetProviderProperty(NCRYPT_PROV_HANDLE hProvider, LPCWSTR pszProperty,
+                                    PBYTE pbInput, DWORD cbInput, DWORD dwFlags) {
+    OperationFrame frame("QUELMKSPSetProviderProperty", {{"hProvider", hProvider},
+                                                         {"pszProperty", pszProperty},
+                                                         {"pbInput", pbInput},
+                                                         {"cbInput", cbInput},
+                                                         {"dwFlags", dwFlags}});
+    return frame.Exit(NTE_NOT_SUPPORTED);
+}
+
+SECURITY_STATUS SetKeyProperty(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey,
+                               LPCWSTR pszProperty, PBYTE pbInput, DWORD cbInput, DWORD dwFlags) {
+    OperationFrame frame("QUELMKSPSetKeyProperty", {{"hProvider", hProvider},
+                                                    {"hKey", hKey},
+                                                    {"pszProperty", pszProperty},
+                                                    {"pbInput", pbInput},
+                                                    {"cbInput", cbInput},
+                                                    {"dwFlags", dwFlags}});
+    return frame.Exit(NTE_NOT_SUPPORTED);
+}
+
+SECURITY_STATUS FinalizeKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey, DWORD dwFlags) {
+    OperationFrame frame("QUELMKSPFinalizeKey",
+                         {{"hProvider", hProvider}, {"hKey", hKey}, {"dwFlags", dwFlags}});
+    return frame.Exit(NTE_NOT_SUPPORTED);
+}
+
+SECURITY_STATUS DeleteKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey, DWORD dwFlags) {
+    OperationFrame frame("QUELMKSPDeleteKey",
+                         {{"hProvider", hProvider}, {"hKey", hKey}, {"dwFlags", dwFlags}});
+    return frame.Exit(NTE_NOT_SUPPORTED);
+}
+
+SECURITY_STATUS FreeProvider(NCRYPT_PROV_HANDLE hProvider) {
+    OperationFrame frame("QUELMKSPFreeProvider", {{"hProvider", hProvider}});
+    return frame.Exit(NTE_NOT_SUPPORTED);
+}
+
+SECURITY_STATUS FreeKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey) {
+    OperationFrame frame("QUELMKSPFreeKey", {{"hProvider", hProvider}, {"hKey", hKey}});
+    return frame.Exit(NTE_NOT_SUPPORTED);
+}
+
+SECURITY_STATUS FreeBuffer(PVOID pvInput) {
+    OperationFrame frame("QUELMKSPFreeBuffer", {{"pvInput", pvInput}});
+    return frame.Exit(NTE_NOT_SUPPORTED);
+}
+
+SECURITY_STATUS Encrypt(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey, PBYTE pbInput,
+                        DWORD cbInput, void* pPaddingInfo, PBYTE pbOutput, DWORD cbOutput,
+                        DWORD* pcbResult, DWORD dwFlags) {
+    OperationFrame frame("QUELMKSPEncrypt", {{"hProvider", hProvider},
+                                             {"hKey", hKey},
+                                             {"pbInput", pbInput},
+                                             {"cbInput", cbInput},
+                                             {"pPaddingInfo", pPaddingInfo},
+                                             {"pbOutput", pbOutput},
+                                             {"cbOutput", cbOutput},
+                                             {"pcbResult", pcbResult},
+                                             {"dwFlags", dwFlags}});
+    return frame.Exit(NTE_NOT_SUPPORTED);
+}
+
+SECURITY_STATUS Decrypt(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey, PBYTE pbInput,
+                        DWORD cbInput, void* pPaddingInfo, PBYTE pbOutput, DWORD cbOutput,
+                        DWORD* pcbResult, DWORD dwFlags) {
+    OperationFrame frame("QUELMKSPDecrypt", {{"hProvider", hProvider},
+                                             {"hKey", hKey},
+                                             {"pbInput", pbInput},
+                                             {"cbInput", cbInput},
+                                             {"pPaddingInfo", pPaddingInfo},
+                                             {"pbOutput", pbOutput},
+                                             {"cbOutput", cbOutput},
+                                             {"pcbResult", pcbResult},
+                                             {"dwFlags", dwFlags}});
+    return frame.Exit(NTE_NOT_SUPPORTED);
+}
+
+SECURITY_STATUS IsAlgSupported(NCRYPT_PROV_HANDLE hProvider, LPCWSTR pszAlgId, DWORD dwFlags) {
+    OperationFrame frame("QUELMKSPIsAlgSupported",
+                         {{"hProvider", hProvider}, {"pszAlgId", pszAlgId}, {"dwFlags", dwFlags}});
+    return frame.Exit(NTE_NOT_SUPPORTED);
+}
+
+SECURITY_STATUS EnumAlgorithms(NCRYPT_PROV_HANDLE hProvider, DWORD dwAlgClass, DWORD* pdwAlgCount,
+                               NCryptAlgorithmName** ppAlgList, DWORD dwFlags) {
+    OperationFrame frame("QUELMKSPEnumAlgorithms", {{"hProvider", hProvider},
+                                                    {"dwAlgClass", dwAlgClass},
+                                                    {"pdwAlgCount", pdwAlgCount},
+                                                    {"ppAlgList", ppAlgList},
+                                                    {"dwFlags", dwFlags}});
+    return frame.Exit(NTE_NOT_SUPPORTED);
+}
+
+SECURITY_STATUS EnumKeys(NCRYPT_PROV_HANDLE hProvider, LPCWSTR pszScope, NCryptKeyName** ppKeyName,
+                         PVOID* ppEnumState, DWORD dwFlags) {
+    OperationFrame frame("QUELMKSPEnumKeys", {{"hProvider", hProvider},
+                                              {"pszScope", pszScope},
+                                              {"ppKeyName", ppKeyName},
+                                              {"ppEnumState", ppEnumState},
+                                              {"dwFlags", dwFlags}});
+    return frame.Exit(NTE_NOT_SUPPORTED);
+}
+
+SECURITY_STATUS ImportKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hImportKey,
+                          LPCWSTR pszBlobType, NCryptBufferDesc* pParameterList,
+                          NCRYPT_KEY_HANDLE* phKey, PBYTE pbData, DWORD cbData, DWORD dwFlags) {
+    OperationFrame frame("QUELMKSPImportKey", {{"hProvider", hProvider},
+                                               {"hImportKey", hImportKey},
+                                               {"pszBlobType", pszBlobType},
+                                               {"pParameterList", pParameterList},
+                                               {"phKey", phKey},
+                                               {"pbData", pbData},
+                                               {"cbData", cbData},
+                                               {"dwFlags", dwFlags}});
+    return frame.Exit(NTE_NOT_SUPPORTED);
+}
+
+SECURITY_STATUS ExportKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey,
+                          NCRYPT_KEY_HANDLE hExportKey, LPCWSTR pszBlobType,
+                          NCryptBufferDesc* pParameterList, PBYTE pbOutput, DWORD cbOutput,
+                          DWORD* pcbResult, DWORD dwFlags) {
+    OperationFrame frame("QUELMKSPExportKey", {{"hProvider", hProvider},
+                                               {"hKey", hKey},
+                                               {"hExportKey", hExportKey},
+                                               {"pszBlobType", pszBlobType},
+                                               {"pParameterList", pParameterList},
+                                               {"pbOutput", pbOutput},
+                                               {"cbOutput", cbOutput},
+                                               {"pcbResult", pcbResult},
+                                               {"dwFlags", dwFlags}});
+    return frame.Exit(NTE_NOT_SUPPORTED);
+}
+
+SECURITY_STATUS SignHash(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey, void* pPaddingInfo,
+                         PBYTE pbHashValue, DWORD cbHashValue, PBYTE pbSignature, DWORD cbSignature,
+                         DWORD* pcbResult, DWORD dwFlags) {
+    OperationFrame frame("QUELMKSPSignHash", {{"hProvider", hProvider},
+                                              {"hKey", hKey},
+                                              {"pPaddingInfo", pPaddingInfo},
+                                              {"pbHashValue", pbHashValue},
+                                              {"cbHashValue", cbHashValue},
+                                              {"pbSignature", pbSignature},
+                                              {"cbSignature", cbSignature},
+                                              {"pcbResult", pcbResult},
+                                              {"dwFlags", dwFlags}});
+    return frame.Exit(NTE_NOT_SUPPORTED);
+}
+
+SECURITY_STATUS VerifySignature(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey,
+                                void* pPaddingInfo, PBYTE pbHashValue, DWORD cbHashValue,
+                                PBYTE pbSignature, DWORD cbSignature, DWORD dwFlags) {
+    OperationFrame frame("QUELMKSPVerifySignature", {{"hProvider", hProvider},
+                                                     {"hKey", hKey},
+                                                     {"pPaddingInfo", pPaddingInfo},
+                                                     {"pbHashValue", pbHashValue},
+                                                     {"cbHashValue", cbHashValue},
+                                                     {"pbSignature", pbSignature},
+                                                     {"cbSignature", cbSignature},
+                                                     {"dwFlags", dwFlags}});
+    return frame.Exit(NTE_NOT_SUPPORTED);
+}
+
+SECURITY_STATUS PromptUser(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey,
+                           LPCWSTR pszOperation, DWORD dwFlags) {
+    OperationFrame frame(OperationFrame::KeepProviderCache{}, "QUELMKSPPromptUser",
+                         {{"hProvider", hProvider},
+                          {"hKey", hKey},
+                          {"pszOperation", pszOperation},
+                          {"dwFlags", dwFlags}});
+    return frame.Exit(NTE_NOT_SUPPORTED);
+}
+
+SECURITY_STATUS NotifyChangeKey(NCRYPT_PROV_HANDLE hProvider, HANDLE* phEvent, DWORD dwFlags) {
+    OperationFrame frame("QUELMKSPNotifyChangeKey",
+                         {{"hProvider", hProvider}, {"phEvent", phEvent}, {"dwFlags", dwFlags}});
+    return frame.Exit(NTE_NOT_SUPPORTED);
+}
+
+SECURITY_STATUS SecretAgreement(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hPrivKey,
+                                NCRYPT_KEY_HANDLE hPubKey, NCRYPT_SECRET_HANDLE* phAgreedSecret,
+                                DWORD dwFlags) {
+    OperationFrame frame("QUELMKSPSecretAgreement", {{"hProvider", hProvider},
+                                                     {"hPrivKey", hPrivKey},
+                                                     {"hPubKey", hPubKey},
+                                                     {"phAgreedSecret", phAgreedSecret},
+                                                     {"dwFlags", dwFlags}});
+    return frame.Exit(NTE_NOT_SUPPORTED);
+}
+
+SECURITY_STATUS DeriveKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_SECRET_HANDLE hSharedSecret,
+                          LPCWSTR pwszKDF, NCryptBufferDesc* pParameterList, PUCHAR pbDerivedKey,
+                          DWORD cbDerivedKey, DWORD* pcbResult, ULONG dwFlags) {
+    OperationFrame frame("QUELMKSPDeriveKey", {{"hProvider", hProvider},
+                                               {"hSharedSecret", hSharedSecret},
+                                               {"pwszKDF", pwszKDF},
+                                               {"pParameterList", pParameterList},
+                                               {"pbDerivedKey", pbDerivedKey},
+                                               {"cbDerivedKey", cbDerivedKey},
+                                               {"pcbResult", pcbResult},
+                                               {"dwFlags", dwFlags}});
+    return frame.Exit(NTE_NOT_SUPPORTED);
+}
+
+SECURITY_STATUS FreeSecret(NCRYPT_PROV_HANDLE hProvider, NCRYPT_SECRET_HANDLE hSharedSecret) {
+    OperationFrame frame(OperationFrame::KeepProviderCache{}, "QUELMKSPFreeSecret",
+                         {{"hProvider", hProvider}, {"hSharedSecret", hSharedSecret}});
+    return frame.Exit(NTE_NOT_SUPPORTED);
+}
+
+}  // namespace quelmksp
