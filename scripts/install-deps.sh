@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(
     cmake ninja-build g++ pkg-config
     libgtest-dev libssl-dev libp11-kit-dev
-    softhsm2 opensc
+    softhsm2 opensc openssl
     g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64
 )
 
