@@ -10,6 +10,12 @@ cmake --preset linux
 cmake --build --preset linux
 ctest --preset linux
 
+# The failure paths again, under AddressSanitizer: nothing may leak or be
+# released twice when the token fails.
+cmake --preset linux-asan
+cmake --build --preset linux-asan
+ctest --preset linux-asan
+
 cmake --preset windows
 cmake --build --preset windows
 ctest --preset windows

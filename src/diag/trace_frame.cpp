@@ -12,10 +12,11 @@ void TraceArg::WriteTo(DebugClass& log, const std::string& label) const {
 }
 
 TraceFrame::TraceFrame(DebugClass& log, std::string_view function,
-                       std::initializer_list<TraceArg> args, int32_t unwoundStatus)
+                       std::initializer_list<TraceArg> args, int32_t unwoundStatus,
+                       std::string_view entrySuffix)
     : log_(log), exitLabel_(std::string(function) + " - Exit: "), status_(unwoundStatus) {
     log_.WriteLine(kRule);
-    log_.WriteLine(std::string(function) + " - Entry");
+    log_.WriteLine(std::string(function) + std::string(entrySuffix));
     size_t width = 0;
     for (const TraceArg& arg : args) width = std::max(width, arg.name().size());
     for (const TraceArg& arg : args) {
@@ -27,7 +28,10 @@ TraceFrame::TraceFrame(DebugClass& log, std::string_view function,
 
 TraceFrame::~TraceFrame() {
     try {
-        log_.WriteHex(exitLabel_, static_cast<uint32_t>(status_));
+        if (exitShowsStatus_)
+            log_.WriteHex(exitLabel_, static_cast<uint32_t>(status_));
+        else
+            log_.WriteLine(exitLabel_);
         log_.WriteLine(std::string(kRule) + "\n\n");
     } catch (...) {
     }

@@ -54,8 +54,9 @@ public:
 
     // unwoundStatus is what the exit line shows if the operation is left by
     // an exception, which the export shell turns into that same status.
+    // entrySuffix follows the function's name on the entry line.
     TraceFrame(DebugClass& log, std::string_view function, std::initializer_list<TraceArg> args,
-               int32_t unwoundStatus);
+               int32_t unwoundStatus, std::string_view entrySuffix = " - Entry");
     ~TraceFrame();
     TraceFrame(const TraceFrame&) = delete;
     TraceFrame& operator=(const TraceFrame&) = delete;
@@ -75,10 +76,17 @@ public:
     // Some operations label their exit line differently.
     void SetExitLabel(std::string label) { exitLabel_ = std::move(label); }
 
+    // Some write a fixed exit line that does not show the status.
+    void SetExitLineWithoutStatus(std::string line) {
+        exitLabel_ = std::move(line);
+        exitShowsStatus_ = false;
+    }
+
     DebugClass& log() { return log_; }
 
 private:
     DebugClass& log_;
     std::string exitLabel_;
+    bool exitShowsStatus_ = true;
     int32_t status_;
 };

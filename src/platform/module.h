@@ -38,4 +38,8 @@ private:
 // holds this code.
 std::string OwnFolder();
 
+// The file name of a shared library on this platform: "name.dll" on Windows,
+// "libname.so" on Linux.
+std::string SharedLibraryFileName(const std::string& name);
+
 }  // namespace platform

@@ -4,6 +4,7 @@
 #include "platform/wide_string.h"
 #include "provider/ncrypt_provider.h"
 #include "provider/operations.h"
+#include "token/cryptoki_library.h"
 
 namespace quelmksp {
 namespace {
@@ -66,6 +67,9 @@ NTSTATUS GetKeyStorageInterface(LPCWSTR pszProviderName,
     if (!ppFunctionTable) return frame.Fail(NTE_INTERNAL_ERROR, "ppFunctionTable pointer is NULL");
     if (!IsOurName(pszProviderName))
         return frame.Fail(STATUS_INVALID_PARAMETER, "Provider name mismatch.");
+    // Without its token module the provider can do nothing; the reason is
+    // the text that the binding raised at load.
+    if (!g_pCryptoki) return frame.Fail(NTE_PROVIDER_DLL_FAIL, g_bindingError);
 
     *ppFunctionTable = &g_functionTable;
     frame.Line(RetrievedLine());

@@ -2,7 +2,7 @@
 //
 // Opening the frame also forgets the provider cache, because the cache may
 // only carry a provider from one OpenProvider to the very next call. The
-// three operations that must not touch it say so with KeepProviderCache.
+// three operations that must not touch it say so with Cache::kKeep.
 #pragma once
 
 #include "diag/trace_frame.h"
@@ -11,14 +11,11 @@
 
 class OperationFrame : public TraceFrame {
 public:
-    struct KeepProviderCache {};
+    enum class Cache { kForget, kKeep };
 
-    OperationFrame(std::string_view function, std::initializer_list<TraceArg> args)
-        : TraceFrame(*g_pOpLog, function, args, NTE_INTERNAL_ERROR) {
-        g_pProviderCache->fSet = 0;
+    OperationFrame(std::string_view function, std::initializer_list<TraceArg> args,
+                   Cache cache = Cache::kForget, std::string_view entrySuffix = " - Entry")
+        : TraceFrame(*g_pOpLog, function, args, NTE_INTERNAL_ERROR, entrySuffix) {
+        if (cache == Cache::kForget) g_pProviderCache->Forget();
     }
-
-    OperationFrame(KeepProviderCache, std::string_view function,
-                   std::initializer_list<TraceArg> args)
-        : TraceFrame(*g_pOpLog, function, args, NTE_INTERNAL_ERROR) {}
 };

@@ -4,12 +4,29 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
+
+#include "platform/sync.h"
+#include "platform/wide_string.h"
 
 struct QUELMKSP_PROVIDER;
 
-struct ProviderCache {
+class ProviderCache {
+public:
+    void Forget();
+    // Remembers the provider unless "dwUseProviderCache" is 0.
+    void CacheProviderInstance(QUELMKSP_PROVIDER* provider);
+    // The reader name of the remembered provider, when there is one.
+    std::optional<platform::WideString> CachedReaderName();
+
     uint32_t fSet = 0;
     QUELMKSP_PROVIDER* pProvider = nullptr;
+
+private:
+    // Operations run on whatever threads the router uses; the reader name is
+    // copied under the lock so that a concurrent FreeProvider, which forgets
+    // the entry first, cannot release it under our feet.
+    platform::CriticalSection lock_;
 };
 
 extern ProviderCache* g_pProviderCache;

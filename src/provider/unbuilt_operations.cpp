@@ -6,14 +6,6 @@
 
 namespace quelmksp {
 
-SECURITY_STATUS OpenProvider(NCRYPT_PROV_HANDLE* phProvider, LPCWSTR pszProviderName,
-                             DWORD dwFlags) {
-    OperationFrame frame(
-        OperationFrame::KeepProviderCache{}, "QUELMKSPOpenProvider",
-        {{"phProvider", phProvider}, {"pszProviderName", pszProviderName}, {"dwFlags", dwFlags}});
-    return frame.Exit(NTE_NOT_SUPPORTED);
-}
-
 SECURITY_STATUS OpenKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE* phKey, LPCWSTR pszKeyName,
                         DWORD dwLegacyKeySpec, DWORD dwFlags) {
     OperationFrame frame("QUELMKSPOpenKey", {{"hProvider", hProvider},
@@ -94,18 +86,8 @@ SECURITY_STATUS DeleteKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey, 
     return frame.Exit(NTE_NOT_SUPPORTED);
 }
 
-SECURITY_STATUS FreeProvider(NCRYPT_PROV_HANDLE hProvider) {
-    OperationFrame frame("QUELMKSPFreeProvider", {{"hProvider", hProvider}});
-    return frame.Exit(NTE_NOT_SUPPORTED);
-}
-
 SECURITY_STATUS FreeKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey) {
     OperationFrame frame("QUELMKSPFreeKey", {{"hProvider", hProvider}, {"hKey", hKey}});
-    return frame.Exit(NTE_NOT_SUPPORTED);
-}
-
-SECURITY_STATUS FreeBuffer(PVOID pvInput) {
-    OperationFrame frame("QUELMKSPFreeBuffer", {{"pvInput", pvInput}});
     return frame.Exit(NTE_NOT_SUPPORTED);
 }
 
@@ -136,22 +118,6 @@ SECURITY_STATUS Decrypt(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey, PB
                                              {"cbOutput", cbOutput},
                                              {"pcbResult", pcbResult},
                                              {"dwFlags", dwFlags}});
-    return frame.Exit(NTE_NOT_SUPPORTED);
-}
-
-SECURITY_STATUS IsAlgSupported(NCRYPT_PROV_HANDLE hProvider, LPCWSTR pszAlgId, DWORD dwFlags) {
-    OperationFrame frame("QUELMKSPIsAlgSupported",
-                         {{"hProvider", hProvider}, {"pszAlgId", pszAlgId}, {"dwFlags", dwFlags}});
-    return frame.Exit(NTE_NOT_SUPPORTED);
-}
-
-SECURITY_STATUS EnumAlgorithms(NCRYPT_PROV_HANDLE hProvider, DWORD dwAlgClass, DWORD* pdwAlgCount,
-                               NCryptAlgorithmName** ppAlgList, DWORD dwFlags) {
-    OperationFrame frame("QUELMKSPEnumAlgorithms", {{"hProvider", hProvider},
-                                                    {"dwAlgClass", dwAlgClass},
-                                                    {"pdwAlgCount", pdwAlgCount},
-                                                    {"ppAlgList", ppAlgList},
-                                                    {"dwFlags", dwFlags}});
     return frame.Exit(NTE_NOT_SUPPORTED);
 }
 
@@ -221,53 +187,6 @@ SECURITY_STATUS VerifySignature(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE 
                                                      {"pbSignature", pbSignature},
                                                      {"cbSignature", cbSignature},
                                                      {"dwFlags", dwFlags}});
-    return frame.Exit(NTE_NOT_SUPPORTED);
-}
-
-SECURITY_STATUS PromptUser(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey,
-                           LPCWSTR pszOperation, DWORD dwFlags) {
-    OperationFrame frame(OperationFrame::KeepProviderCache{}, "QUELMKSPPromptUser",
-                         {{"hProvider", hProvider},
-                          {"hKey", hKey},
-                          {"pszOperation", pszOperation},
-                          {"dwFlags", dwFlags}});
-    return frame.Exit(NTE_NOT_SUPPORTED);
-}
-
-SECURITY_STATUS NotifyChangeKey(NCRYPT_PROV_HANDLE hProvider, HANDLE* phEvent, DWORD dwFlags) {
-    OperationFrame frame("QUELMKSPNotifyChangeKey",
-                         {{"hProvider", hProvider}, {"phEvent", phEvent}, {"dwFlags", dwFlags}});
-    return frame.Exit(NTE_NOT_SUPPORTED);
-}
-
-SECURITY_STATUS SecretAgreement(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hPrivKey,
-                                NCRYPT_KEY_HANDLE hPubKey, NCRYPT_SECRET_HANDLE* phAgreedSecret,
-                                DWORD dwFlags) {
-    OperationFrame frame("QUELMKSPSecretAgreement", {{"hProvider", hProvider},
-                                                     {"hPrivKey", hPrivKey},
-                                                     {"hPubKey", hPubKey},
-                                                     {"phAgreedSecret", phAgreedSecret},
-                                                     {"dwFlags", dwFlags}});
-    return frame.Exit(NTE_NOT_SUPPORTED);
-}
-
-SECURITY_STATUS DeriveKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_SECRET_HANDLE hSharedSecret,
-                          LPCWSTR pwszKDF, NCryptBufferDesc* pParameterList, PUCHAR pbDerivedKey,
-                          DWORD cbDerivedKey, DWORD* pcbResult, ULONG dwFlags) {
-    OperationFrame frame("QUELMKSPDeriveKey", {{"hProvider", hProvider},
-                                               {"hSharedSecret", hSharedSecret},
-                                               {"pwszKDF", pwszKDF},
-                                               {"pParameterList", pParameterList},
-                                               {"pbDerivedKey", pbDerivedKey},
-                                               {"cbDerivedKey", cbDerivedKey},
-                                               {"pcbResult", pcbResult},
-                                               {"dwFlags", dwFlags}});
-    return frame.Exit(NTE_NOT_SUPPORTED);
-}
-
-SECURITY_STATUS FreeSecret(NCRYPT_PROV_HANDLE hProvider, NCRYPT_SECRET_HANDLE hSharedSecret) {
-    OperationFrame frame(OperationFrame::KeepProviderCache{}, "QUELMKSPFreeSecret",
-                         {{"hProvider", hProvider}, {"hSharedSecret", hSharedSecret}});
     return frame.Exit(NTE_NOT_SUPPORTED);
 }
 

@@ -5,6 +5,7 @@
 
 #include <dlfcn.h>
 
+#include <cstdlib>
 #include <stdexcept>
 #include <string>
 
@@ -12,8 +13,10 @@
 
 class ProviderLibrary {
 public:
-    ProviderLibrary()
-        : handle_(dlmopen(LM_ID_NEWLM, QUELMKSP_PROVIDER_PATH, RTLD_NOW | RTLD_LOCAL)) {
+    // tokenModule: the PKCS#11 module the provider binds to at load.
+    explicit ProviderLibrary(const std::string& tokenModule) {
+        setenv("QUELMKSP_PKCS11_MODULE", tokenModule.c_str(), 1);
+        handle_ = dlmopen(LM_ID_NEWLM, QUELMKSP_PROVIDER_PATH, RTLD_NOW | RTLD_LOCAL);
         if (!handle_) throw std::runtime_error(dlerror());
     }
     // Kept loaded: the provider is never unloaded by its host either.

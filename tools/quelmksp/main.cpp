@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "diag/status_names.h"
 #include "provider_client.h"
 
 namespace {
@@ -20,7 +21,8 @@ const char kUsage[] =
     "usage: quelmksp [--provider LIBRARY] COMMAND\n"
     "\n"
     "Commands:\n"
-    "  info    load the provider and show its function table\n"
+    "  info    load the provider, show its function table, and open and free\n"
+    "          a provider on the token\n"
     "\n"
     "Options:\n"
     "  --provider LIBRARY   the provider library to load (default: the one\n"
@@ -63,7 +65,16 @@ int Info(const ProviderClient& client) {
     std::printf("operations       : %zu of %zu present\n", present, std::size(kOperations));
     for (size_t i = 0; i < std::size(kOperations); ++i)
         std::printf("  %2zu %-20s %s\n", i + 1, kOperations[i], entries[i] ? "yes" : "MISSING");
-    return present == std::size(kOperations) ? kExitOk : kExitProvider;
+    if (present != std::size(kOperations)) return kExitProvider;
+
+    NCRYPT_PROV_HANDLE provider = 0;
+    SECURITY_STATUS status =
+        table.OpenProvider(&provider, QKSP_TEXT("Velmora KSP v4.5"), NCRYPT_SILENT_FLAG);
+    std::printf("open provider    : %s\n", StatusName(status));
+    if (status != 0) return kExitProvider;
+    status = table.FreeProvider(provider);
+    std::printf("free provider    : %s\n", StatusName(status));
+    return status == 0 ? kExitOk : kExitProvider;
 }
 
 }  // namespace

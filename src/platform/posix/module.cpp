@@ -27,4 +27,8 @@ std::string OwnFolder() {
     return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
 }
 
+std::string SharedLibraryFileName(const std::string& name) {
+    return "lib" + name + ".so";
+}
+
 }  // namespace platform

@@ -43,4 +43,8 @@ std::string OwnFolder() {
     return slash == std::string::npos ? std::string() : text.substr(0, slash + 1);
 }
 
+std::string SharedLibraryFileName(const std::string& name) {
+    return name + ".dll";
+}
+
 }  // namespace platform

@@ -1,0 +1,70 @@
+// Gives a test the process-wide objects of a freshly loaded provider, made
+// under the test's own registry file and token module, and puts the old
+// ones back afterwards. Logging goes to a file in the test's folder.
+#pragma once
+
+#include <cstdlib>
+#include <string>
+
+#include "diag/debug_class.h"
+#include "provider/provider_cache.h"
+#include "provider/reader_ids.h"
+#include "registry_file.h"
+#include "token/cryptoki_library.h"
+
+class FreshProviderState {
+public:
+    // registryBody: settings beyond logging; module: the token module file.
+    FreshProviderState(const TempDir& dir, const std::string& registryBody,
+                       const std::string& module)
+        : registry_(dir, RegistryFile::LoggingTo(dir / "ksp.log") + registryBody),
+          logPath_(dir / "ksp.log") {
+        setenv("QUELMKSP_PKCS11_MODULE", module.c_str(), 1);
+        g_pTokenLog = new DebugClass(false);
+        g_pOpLog = new DebugClass(false);
+        g_bindingError.clear();
+        g_pCryptoki = CreateCryptokiLibrary();
+        g_pProviderCache = new ProviderCache();
+        g_pReaderIds = new ReaderIdMap();
+    }
+    ~FreshProviderState() {
+        delete g_pReaderIds;
+        delete g_pProviderCache;
+        delete g_pCryptoki;
+        delete g_pOpLog;
+        delete g_pTokenLog;
+        g_pReaderIds = saved_.readerIds;
+        g_pProviderCache = saved_.cache;
+        g_pCryptoki = saved_.cryptoki;
+        g_pOpLog = saved_.opLog;
+        g_pTokenLog = saved_.tokenLog;
+        unsetenv("QUELMKSP_PKCS11_MODULE");
+    }
+
+    std::string Log() const { return ReadFile(logPath_); }
+    void ClearLog() const { WriteFile(logPath_, ""); }
+
+    // The log without the frames' rule lines and blank lines, one entry per
+    // line: what tests compare line by line.
+    std::vector<std::string> LogLines() const {
+        std::vector<std::string> lines;
+        std::string log = Log();
+        size_t start = 0;
+        for (size_t end; (end = log.find('\n', start)) != std::string::npos; start = end + 1) {
+            std::string line = log.substr(start, end - start);
+            if (!line.empty() && line != std::string(66, '=')) lines.push_back(line);
+        }
+        return lines;
+    }
+
+private:
+    struct Saved {
+        DebugClass* tokenLog = g_pTokenLog;
+        DebugClass* opLog = g_pOpLog;
+        CryptokiLibrary* cryptoki = g_pCryptoki;
+        ProviderCache* cache = g_pProviderCache;
+        ReaderIdMap* readerIds = g_pReaderIds;
+    } saved_;
+    RegistryFile registry_;
+    std::string logPath_;
+};
