@@ -6,11 +6,6 @@
 
 #include "platform/secure_zero.h"
 
-void WipingWideDelete::operator()(platform::WideChar* text) const {
-    platform::SecureZero(text, length * sizeof(platform::WideChar));
-    delete[] text;
-}
-
 void ProviderRecordDelete::operator()(QUELMKSP_PROVIDER* provider) const {
     size_t length = provider->cbLength;
     provider->~QUELMKSP_PROVIDER();

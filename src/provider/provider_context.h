@@ -4,19 +4,12 @@
 #include <cstdint>
 #include <memory>
 
+#include "keys/key_context.h"
+#include "platform/secure_buffer.h"
 #include "platform/sync.h"
 #include "platform/wide_string.h"
 #include "provider/ncrypt_provider.h"
 #include "token/pkcs11.h"
-
-struct QUELMKSP_KEY;
-
-// A wide buffer that is overwritten with zeros before it is released.
-struct WipingWideDelete {
-    size_t length;
-    void operator()(platform::WideChar* text) const;
-};
-using WipedWideBuffer = std::unique_ptr<platform::WideChar[], WipingWideDelete>;
 
 struct QUELMKSP_PROVIDER {
     static constexpr uint32_t kMagic = 0x4D4C4551;  // "QELM"
@@ -27,9 +20,9 @@ struct QUELMKSP_PROVIDER {
     const platform::WideChar* pszName;  // the copy stored right after the record
     std::unique_ptr<uint8_t[]> pszContext;
     CK_SESSION_HANDLE hSession;
-    QUELMKSP_KEY* pObjectList;
+    std::unique_ptr<QUELMKSP_KEY[]> pObjectList;
     uint32_t cObjectList;
-    WipedWideBuffer pbPin;
+    platform::SecureBuffer<platform::WideChar> pbPin;
     uint32_t cchPin;
     std::unique_ptr<platform::WideChar[]> pszReaderName;
     CK_SLOT_ID slotId;

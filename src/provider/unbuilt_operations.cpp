@@ -6,16 +6,6 @@
 
 namespace quelmksp {
 
-SECURITY_STATUS OpenKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE* phKey, LPCWSTR pszKeyName,
-                        DWORD dwLegacyKeySpec, DWORD dwFlags) {
-    OperationFrame frame("QUELMKSPOpenKey", {{"hProvider", hProvider},
-                                             {"phKey", phKey},
-                                             {"pszKeyName", pszKeyName},
-                                             {"dwLegacyKeySpec", dwLegacyKeySpec},
-                                             {"dwFlags", dwFlags}});
-    return frame.Exit(NTE_NOT_SUPPORTED);
-}
-
 SECURITY_STATUS CreatePersistedKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE* phKey,
                                    LPCWSTR pszAlgId, LPCWSTR pszKeyName, DWORD dwLegacyKeySpec,
                                    DWORD dwFlags) {
@@ -86,11 +76,6 @@ SECURITY_STATUS DeleteKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey, 
     return frame.Exit(NTE_NOT_SUPPORTED);
 }
 
-SECURITY_STATUS FreeKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey) {
-    OperationFrame frame("QUELMKSPFreeKey", {{"hProvider", hProvider}, {"hKey", hKey}});
-    return frame.Exit(NTE_NOT_SUPPORTED);
-}
-
 SECURITY_STATUS Encrypt(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey, PBYTE pbInput,
                         DWORD cbInput, void* pPaddingInfo, PBYTE pbOutput, DWORD cbOutput,
                         DWORD* pcbResult, DWORD dwFlags) {
@@ -118,16 +103,6 @@ SECURITY_STATUS Decrypt(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey, PB
                                              {"cbOutput", cbOutput},
                                              {"pcbResult", pcbResult},
                                              {"dwFlags", dwFlags}});
-    return frame.Exit(NTE_NOT_SUPPORTED);
-}
-
-SECURITY_STATUS EnumKeys(NCRYPT_PROV_HANDLE hProvider, LPCWSTR pszScope, NCryptKeyName** ppKeyName,
-                         PVOID* ppEnumState, DWORD dwFlags) {
-    OperationFrame frame("QUELMKSPEnumKeys", {{"hProvider", hProvider},
-                                              {"pszScope", pszScope},
-                                              {"ppKeyName", ppKeyName},
-                                              {"ppEnumState", ppEnumState},
-                                              {"dwFlags", dwFlags}});
     return frame.Exit(NTE_NOT_SUPPORTED);
 }
 

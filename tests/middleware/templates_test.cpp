@@ -73,7 +73,10 @@ TEST_F(TemplatesTest, ImportedKeyFromPrimesOnlySignsForOpenSsl) {
     EXPECT_EQ(read_attribute(session_, private_key, CKA_PRIME_1), Bytes());
     ASSERT_EQ(login(), CKR_OK);
     EXPECT_EQ(read_attribute(session_, private_key, CKA_PRIME_1), rsa.p);
-    EXPECT_EQ(read_attribute(session_, private_key, CKA_PRIVATE_EXPONENT).size(), 128u);
+    // The derived exponent may be shorter than the modulus; the signature above shows it is right.
+    const Bytes d = read_attribute(session_, private_key, CKA_PRIVATE_EXPONENT);
+    EXPECT_FALSE(d.empty());
+    EXPECT_LE(d.size(), 128u);
 }
 
 TEST_F(TemplatesTest, CertificateWithoutTypeIsStoredAsX509) {

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "token/cryptoki_object.h"
+#include "token/key_components.h"
+
+// An RSA key pair on the token: the two objects and the mechanism of the
+// next operation on them.
+class RSAPair : public CryptokiObject {
+public:
+    static constexpr size_t kGeneratedIdBytes = 20;
+
+    RSAPair() = default;
+    ~RSAPair() override;
+
+    CK_OBJECT_HANDLE hPublicKey = 0;
+    CK_OBJECT_HANDLE hPrivateKey = 0;
+    uint8_t rgbId[kGeneratedIdBytes] = {};
+    CK_KEY_TYPE keyType = CKK_RSA;
+    CK_MECHANISM mechanism = {0, nullptr, 0};
+    KeyBytes pbModulus;
+    KeyBytes pbPublicExponent;
+    uint32_t cbPublicExponent = 0;
+    uint32_t dwModulusBits = 0;
+    CK_BBOOL bDerive = 0;
+    CK_BBOOL bLocal = 0;
+    CK_BBOOL bEncrypt = 0;
+    CK_BBOOL bVerify = 0;
+    CK_BBOOL bVerifyRecover = 0;
+    CK_BBOOL bWrap = 0;
+    CK_BBOOL bDecrypt = 0;
+    CK_BBOOL bSign = 0;
+    CK_BBOOL bSignRecover = 0;
+    CK_BBOOL bUnwrap = 0;
+};
