@@ -1,7 +1,8 @@
 #include "platform/algorithm_provider.h"
 
-#include <bcrypt.h>
 #include <windows.h>
+// bcrypt.h needs the types that windows.h defines.
+#include <bcrypt.h>
 
 namespace platform {
 
