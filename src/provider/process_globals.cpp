@@ -3,6 +3,7 @@
 // ones above it. They live until the process ends; only the dialog log, a
 // plain static, is destroyed when the library is unloaded.
 #include "diag/debug_class.h"
+#include "pin/pin_manager.h"
 #include "provider/card_monitor.h"
 #include "provider/provider_cache.h"
 #include "provider/reader_ids.h"
@@ -15,6 +16,7 @@ DebugClass* g_pOpLog = new DebugClass(true);
 // Null when the token module cannot be bound; the library then refuses to
 // load on Windows and refuses to hand out its table elsewhere.
 CryptokiLibrary* g_pCryptoki = CreateCryptokiLibrary();
+PinManager* g_pPinManager = new PinManager();
 ProviderCache* g_pProviderCache = new ProviderCache();
 CardMonitor* g_pCardMonitor = new CardMonitor();
 ReaderIdMap* g_pReaderIds = new ReaderIdMap();

@@ -20,6 +20,7 @@ public:
         Fail = Get<MockPkcs11_FailFn>("MockPkcs11_Fail");
         AddSlot = Get<MockPkcs11_AddSlotFn>("MockPkcs11_AddSlot");
         OpenSessions = Get<MockPkcs11_OpenSessionsFn>("MockPkcs11_OpenSessions");
+        SetPinDigest = Get<MockPkcs11_SetPinDigestFn>("MockPkcs11_SetPinDigest");
         Reset();
     }
     ~MockModule() { dlclose(handle_); }
@@ -30,6 +31,7 @@ public:
     MockPkcs11_FailFn Fail;
     MockPkcs11_AddSlotFn AddSlot;
     MockPkcs11_OpenSessionsFn OpenSessions;
+    MockPkcs11_SetPinDigestFn SetPinDigest;
 
 private:
     template <typename Fn>

@@ -3,6 +3,8 @@
 // CKR_FUNCTION_NOT_SUPPORTED.
 #include "mock_pkcs11.h"
 
+#include <openssl/evp.h>
+
 #include <algorithm>
 #include <cstring>
 #include <map>
@@ -25,6 +27,7 @@ struct State {
     std::map<std::string, CK_RV> scripted;
     std::map<CK_SESSION_HANDLE, CK_SLOT_ID> sessions;
     CK_SESSION_HANDLE nextSession = 1;
+    unsigned char pinDigest[32] = {};
     bool initialized = false;
 };
 
@@ -104,6 +107,29 @@ CK_RV CloseSession(CK_SESSION_HANDLE session) {
     return TheState().sessions.erase(session) ? CKR_OK : CKR_SESSION_HANDLE_INVALID;
 }
 
+CK_RV GetTokenInfo(CK_SLOT_ID slot, CK_TOKEN_INFO_PTR info) {
+    SCRIPTED("C_GetTokenInfo");
+    if (slot >= TheState().slots.size()) return CKR_SLOT_ID_INVALID;
+    std::memset(info, ' ', sizeof *info);
+    std::memcpy(info->label, "Mock Token", 10);
+    std::memcpy(info->serialNumber, "MOCKSERIAL000001", 16);
+    info->flags = CKF_TOKEN_INITIALIZED | CKF_USER_PIN_INITIALIZED | CKF_LOGIN_REQUIRED;
+    info->ulMinPinLen = 4;
+    info->ulMaxPinLen = 64;
+    return CKR_OK;
+}
+
+// Hashes the PIN as it arrives and compares digests, so the module never
+// holds a copy of it.
+CK_RV ExtendedLogin(CK_SESSION_HANDLE session, CK_USER_TYPE, CK_UTF8CHAR_PTR pin, CK_ULONG length) {
+    SCRIPTED("ExtendedLogin");
+    if (!TheState().sessions.count(session)) return CKR_SESSION_HANDLE_INVALID;
+    unsigned char digest[32];
+    unsigned int digestLength = 0;
+    EVP_Digest(pin, length, digest, &digestLength, EVP_sha256(), nullptr);
+    return std::memcmp(digest, TheState().pinDigest, sizeof digest) == 0 ? CKR_OK : 2;
+}
+
 CK_RV NotSupported() {
     return CKR_FUNCTION_NOT_SUPPORTED;
 }
@@ -121,6 +147,8 @@ QUELM_FUNCTION_LIST MakeList() {
     list.standard.C_GetSlotInfo = GetSlotInfo;
     list.standard.C_OpenSession = OpenSession;
     list.standard.C_CloseSession = CloseSession;
+    list.standard.C_GetTokenInfo = GetTokenInfo;
+    list.ExtendedLogin = ExtendedLogin;
     return list;
 }
 
@@ -157,4 +185,9 @@ MOCK_EXPORT void MockPkcs11_AddSlot(const char* description, CK_BBOOL tokenPrese
 MOCK_EXPORT long MockPkcs11_OpenSessions() {
     std::lock_guard<std::mutex> guard(TheState().lock);
     return static_cast<long>(TheState().sessions.size());
+}
+
+MOCK_EXPORT void MockPkcs11_SetPinDigest(const unsigned char digest[32]) {
+    std::lock_guard<std::mutex> guard(TheState().lock);
+    std::memcpy(TheState().pinDigest, digest, sizeof TheState().pinDigest);
 }

@@ -15,6 +15,9 @@ typedef void (*MockPkcs11_ResetFn)(void);
 typedef void (*MockPkcs11_FailFn)(const char* function, CK_RV rv);
 // Adds a slot with this description (padded with blanks to 64 bytes).
 typedef void (*MockPkcs11_AddSlotFn)(const char* description, CK_BBOOL tokenPresent);
+// The login entry accepts the PIN whose SHA-256 digest this is; it keeps
+// no copy of any PIN it is given.
+typedef void (*MockPkcs11_SetPinDigestFn)(const unsigned char digest[32]);
 // Sessions opened and not yet closed.
 typedef long (*MockPkcs11_OpenSessionsFn)(void);
 
