@@ -11,6 +11,8 @@
 namespace {
 
 using Lines = std::vector<std::string>;
+using platform::WideChar;
+using platform::WideString;
 
 // "Velmora KSP v4.5" and "Velmora Alt", as the installation registers them.
 const std::string kAliases =
@@ -29,11 +31,11 @@ protected:
         if (!slotNames.empty()) SoftHsmTokens::NameSlots(slotNames);
         state_.emplace(dir_, registry, QUELMPKCS11_PATH);
         ASSERT_NE(g_pCryptoki, nullptr) << g_bindingError;
-        ASSERT_EQ(GetKeyStorageInterface(u"Velmora KSP v4.5", &table_, 0), 0);
+        ASSERT_EQ(GetKeyStorageInterface(WIDE("Velmora KSP v4.5"), &table_, 0), 0);
     }
 
     SECURITY_STATUS Open(DWORD flags, NCRYPT_PROV_HANDLE* handle,
-                         const char16_t* name = u"Velmora KSP v4.5") {
+                         const WideChar* name = WIDE("Velmora KSP v4.5")) {
         state_->ClearLog();
         return table_->OpenProvider(handle, name, flags);
     }
@@ -60,8 +62,8 @@ TEST_F(ProviderLifecycle, OpensTheOnlyTokenWithoutAskingAndFreesItAgain) {
     QUELMKSP_PROVIDER& provider = Record(handle);
     EXPECT_EQ(provider.cbLength, 128u + 34u);
     EXPECT_EQ(std::memcmp(&provider.dwMagic, "QELM", 4), 0);
-    EXPECT_EQ(std::u16string(provider.pszName), u"Velmora KSP v4.5");
-    EXPECT_EQ(std::u16string(provider.pszReaderName.get()), u"Velmora Reader 0");
+    EXPECT_EQ(WideString(provider.pszName), WIDE("Velmora KSP v4.5"));
+    EXPECT_EQ(WideString(provider.pszReaderName.get()), WIDE("Velmora Reader 0"));
     EXPECT_EQ(provider.dwUniqueSlotId, 0u);
     EXPECT_EQ(g_pProviderCache->fSet, 1u);
     EXPECT_EQ(
@@ -85,26 +87,26 @@ TEST_F(ProviderLifecycle, OpensTheOnlyTokenWithoutAskingAndFreesItAgain) {
 TEST_F(ProviderLifecycle, AcceptsEveryRegisteredAliasAndNothingElse) {
     Load({"only"}, "");
     NCRYPT_PROV_HANDLE handle = 0;
-    ASSERT_EQ(Open(NCRYPT_SILENT_FLAG, &handle, u"Velmora Alt"), 0);
-    EXPECT_EQ(std::u16string(Record(handle).pszName), u"Velmora Alt");
+    ASSERT_EQ(Open(NCRYPT_SILENT_FLAG, &handle, WIDE("Velmora Alt")), 0);
+    EXPECT_EQ(WideString(Record(handle).pszName), WIDE("Velmora Alt"));
     EXPECT_EQ(Record(handle).cbLength, 128u + 24u);
-    EXPECT_EQ(std::u16string(Record(handle).pszReaderName.get()).rfind(u"SoftHSM slot ID 0x", 0),
+    EXPECT_EQ(WideString(Record(handle).pszReaderName.get()).rfind(WIDE("SoftHSM slot ID 0x"), 0),
               0u)
         << "SoftHSM2's own description when no reader name is given";
     EXPECT_EQ(table_->FreeProvider(handle), 0);
 
     struct Case {
         NCRYPT_PROV_HANDLE* handle;
-        const char16_t* name;
+        const WideChar* name;
         std::string line;
     };
     for (const Case& c :
-         {Case{nullptr, u"Velmora KSP v4.5", "NTE_INVALID_PARAMETER: phProvider is NULL"},
+         {Case{nullptr, WIDE("Velmora KSP v4.5"), "NTE_INVALID_PARAMETER: phProvider is NULL"},
           Case{&handle, nullptr, "NTE_INVALID_PARAMETER: pszProviderName is NULL"},
-          Case{&handle, u"velmora ksp v4.5",
+          Case{&handle, WIDE("velmora ksp v4.5"),
                "NTE_INVALID_PARAMETER: pszProviderName does not match the registered provider "
                "name"},
-          Case{&handle, u"Velmora Alt ",
+          Case{&handle, WIDE("Velmora Alt "),
                "NTE_INVALID_PARAMETER: pszProviderName does not match the registered provider "
                "name"}}) {
         handle = 0;
@@ -125,9 +127,9 @@ TEST_F(ProviderLifecycle, WithTwoTokensTheReaderComesFromTheCacheOrTheUser) {
     Load({"first", "second"}, "first=Reader A;second=Reader B");
     NCRYPT_PROV_HANDLE first = 0, second = 0;
     ASSERT_EQ(Open(NCRYPT_SILENT_FLAG, &first), 0);
-    const std::u16string reader(Record(first).pszReaderName.get());
+    const WideString reader(Record(first).pszReaderName.get());
     const std::string narrow(reader.begin(), reader.end());
-    EXPECT_TRUE(reader == u"Reader A" || reader == u"Reader B");
+    EXPECT_TRUE(reader == WIDE("Reader A") || reader == WIDE("Reader B"));
     Lines lines = Log();
     EXPECT_EQ(Lines(lines.begin() + 4, lines.begin() + 6),
               (Lines{"Multiple slots are detected but NCRYPT_SILENT_FLAG is set. Defaulting to "
@@ -174,23 +176,23 @@ TEST_F(ProviderLifecycle, ProviderCacheCanBeSwitchedOff) {
 
 TEST_F(ProviderLifecycle, ReaderNamesAreCutTo32CharactersAndNumberedOncePerProcess) {
     Load({"first", "second"}, "first=0123456789abcdefghijklmnopqrstuvwxyzABCD;second=Reader  ");
-    const std::u16string longName = u"0123456789abcdefghijklmnopqrstuv";
+    const WideString longName = WIDE("0123456789abcdefghijklmnopqrstuv");
     NCRYPT_PROV_HANDLE a = 0, b = 0, c = 0;
     ASSERT_EQ(Open(NCRYPT_SILENT_FLAG, &a), 0);
-    const std::u16string firstReader(Record(a).pszReaderName.get());
-    EXPECT_TRUE(firstReader == longName || firstReader == u"Reader") << "blanks trimmed";
+    const WideString firstReader(Record(a).pszReaderName.get());
+    EXPECT_TRUE(firstReader == longName || firstReader == WIDE("Reader")) << "blanks trimmed";
     ASSERT_EQ(Open(NCRYPT_SILENT_FLAG, &b), 0);
     EXPECT_EQ(Record(b).dwUniqueSlotId, 0u);
     EXPECT_EQ(Record(a).dwUniqueSlotId, 0u);
 
     // The other token, reached through a cached provider that names its reader.
-    const std::u16string otherReader = firstReader == longName ? u"Reader" : longName;
-    ProviderRecord named = AllocateProviderRecord(u"Velmora KSP v4.5");
-    named->pszReaderName = std::make_unique<char16_t[]>(33);
+    const WideString otherReader = firstReader == longName ? WIDE("Reader") : longName;
+    ProviderRecord named = AllocateProviderRecord(WIDE("Velmora KSP v4.5"));
+    named->pszReaderName = std::make_unique<WideChar[]>(33);
     std::copy(otherReader.begin(), otherReader.end(), named->pszReaderName.get());
     g_pProviderCache->CacheProviderInstance(named.get());
     ASSERT_EQ(Open(0, &c), 0);
-    EXPECT_EQ(std::u16string(Record(c).pszReaderName.get()), otherReader);
+    EXPECT_EQ(WideString(Record(c).pszReaderName.get()), otherReader);
     EXPECT_EQ(Record(c).dwUniqueSlotId, 1u);
     for (NCRYPT_PROV_HANDLE handle : {a, b, c}) EXPECT_EQ(table_->FreeProvider(handle), 0);
 }

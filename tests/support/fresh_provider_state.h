@@ -3,8 +3,8 @@
 // ones back afterwards. Logging goes to a file in the test's folder.
 #pragma once
 
-#include <cstdlib>
 #include <string>
+#include <vector>
 
 #include "diag/debug_class.h"
 #include "provider/provider_cache.h"
@@ -19,7 +19,11 @@ public:
                        const std::string& module)
         : registry_(dir, RegistryFile::LoggingTo(dir / "ksp.log") + registryBody),
           logPath_(dir / "ksp.log") {
-        setenv("QUELMKSP_PKCS11_MODULE", module.c_str(), 1);
+        test_system::SetVariable("QUELMKSP_PKCS11_MODULE", module);
+        // A binding made when the process started may have initialised the
+        // token module already, under that moment's environment. Finalising
+        // it lets the new binding's C_Initialize read this test's tokens.
+        if (saved_.cryptoki) saved_.cryptoki->functions()->C_Finalize(nullptr);
         g_pTokenLog = new DebugClass(false);
         g_pOpLog = new DebugClass(false);
         g_bindingError.clear();
@@ -38,7 +42,7 @@ public:
         g_pCryptoki = saved_.cryptoki;
         g_pOpLog = saved_.opLog;
         g_pTokenLog = saved_.tokenLog;
-        unsetenv("QUELMKSP_PKCS11_MODULE");
+        test_system::UnsetVariable("QUELMKSP_PKCS11_MODULE");
     }
 
     std::string Log() const { return ReadFile(logPath_); }
@@ -52,6 +56,8 @@ public:
         size_t start = 0;
         for (size_t end; (end = log.find('\n', start)) != std::string::npos; start = end + 1) {
             std::string line = log.substr(start, end - start);
+            // The Windows build writes the log in text mode, with CR LF.
+            if (!line.empty() && line.back() == '\r') line.pop_back();
             if (!line.empty() && line != std::string(66, '=')) lines.push_back(line);
         }
         return lines;

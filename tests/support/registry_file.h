@@ -1,11 +1,12 @@
-// Test configuration: a registry file of the provider's settings, pointed to
-// by QUELMKSP_REGISTRY for as long as the object lives.
+// Test configuration: a registry file of the provider's settings, in force
+// for as long as the object lives. On Linux QUELMKSP_REGISTRY points to it;
+// on Windows it is imported into the registry.
 #pragma once
 
-#include <cstdlib>
 #include <string>
 
 #include "temp_dir.h"
+#include "test_system.h"
 
 class RegistryFile {
 public:
@@ -18,17 +19,11 @@ public:
     // body: the lines after the header.
     RegistryFile(const TempDir& dir, const std::string& body) : path_(dir / "quelmksp.reg") {
         WriteFile(path_, "Windows Registry Editor Version 5.00\n\n" + body);
-        const char* old = std::getenv("QUELMKSP_REGISTRY");
-        if (old) previous_ = old;
-        hadPrevious_ = old != nullptr;
-        setenv("QUELMKSP_REGISTRY", path_.c_str(), 1);
+        test_system::UseRegistryFile(path_);
     }
-    ~RegistryFile() {
-        if (hadPrevious_)
-            setenv("QUELMKSP_REGISTRY", previous_.c_str(), 1);
-        else
-            unsetenv("QUELMKSP_REGISTRY");
-    }
+    ~RegistryFile() { test_system::ForgetRegistryFile(); }
+    RegistryFile(const RegistryFile&) = delete;
+    RegistryFile& operator=(const RegistryFile&) = delete;
 
     // Settings that switch logging on into logPath.
     static std::string LoggingTo(const std::string& logPath) {
@@ -44,6 +39,4 @@ public:
 
 private:
     std::string path_;
-    std::string previous_;
-    bool hadPrevious_ = false;
 };

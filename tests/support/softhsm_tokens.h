@@ -2,13 +2,13 @@
 // the middleware and SoftHSM2 use them and nothing else.
 #pragma once
 
-#include <cstdlib>
 #include <fstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "temp_dir.h"
+#include "test_system.h"
 
 class SoftHsmTokens {
 public:
@@ -19,23 +19,27 @@ public:
     SoftHsmTokens(const TempDir& dir, const std::vector<std::string>& labels) {
         std::string tokens = dir / "tokens";
         std::filesystem::create_directories(tokens);
-        std::ofstream(dir / "softhsm2.conf") << "directories.tokendir = " << tokens
-                                             << "\nobjectstore.backend = file\nlog.level = ERROR\n";
-        setenv("SOFTHSM2_CONF", (dir / "softhsm2.conf").c_str(), 1);
-        setenv("QUELMPKCS11_STATE", (dir / "state").c_str(), 1);
+        std::ofstream(dir / "softhsm2.conf")
+            << "directories.tokendir = " << test_system::UnixPath(tokens)
+            << "\nobjectstore.backend = file\nlog.level = ERROR\n";
+        // SoftHSM2 and the middleware run on the Unix side: their paths are
+        // Unix paths, which under Wine differ from the Windows ones.
+        const std::string conf = test_system::UnixPath(dir / "softhsm2.conf");
+        test_system::SetVariable("SOFTHSM2_CONF", conf);
+        test_system::SetVariable("QUELMPKCS11_STATE", test_system::UnixPath(dir / "state"));
         for (const char* name : {"QUELMPKCS11_MODULE", "QUELMPKCS11_MAX_TRIES",
                                  "QUELMPKCS11_SLOT_NAMES", "QUELMPKCS11_SHOW_UNINITIALIZED"})
-            unsetenv(name);
+            test_system::UnsetVariable(name);
         for (const std::string& label : labels) {
-            std::string command = "softhsm2-util --init-token --free --label '" + label +
-                                  "' --so-pin " + kSoPin + " --pin " + kUserPin + " >/dev/null";
-            if (std::system(command.c_str()) != 0)
+            if (test_system::RunUnixProgram({"softhsm2-util", "--init-token", "--free", "--label",
+                                             label, "--so-pin", kSoPin, "--pin", kUserPin},
+                                            {{"SOFTHSM2_CONF", conf}}) != 0)
                 throw std::runtime_error("softhsm2-util could not make token " + label);
         }
     }
 
     // Gives the slots of these tokens other descriptions, as readers have.
     static void NameSlots(const std::string& labelToName) {
-        setenv("QUELMPKCS11_SLOT_NAMES", labelToName.c_str(), 1);
+        test_system::SetVariable("QUELMPKCS11_SLOT_NAMES", labelToName);
     }
 };

@@ -1,17 +1,25 @@
 // A fresh folder per test, removed with everything in it afterwards.
 #pragma once
 
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <random>
+#include <stdexcept>
 #include <string>
 
 class TempDir {
 public:
     TempDir() {
-        std::string pattern =
-            (std::filesystem::temp_directory_path() / "quelmksp-test-XXXXXX").string();
-        path_ = mkdtemp(pattern.data());
+        std::random_device device;
+        for (int attempt = 0; attempt < 100 && path_.empty(); ++attempt) {
+            char name[32];
+            std::snprintf(name, sizeof(name), "quelmksp-test-%08x", device());
+            std::filesystem::path candidate = std::filesystem::temp_directory_path() / name;
+            if (std::filesystem::create_directory(candidate)) path_ = candidate;
+        }
+        if (path_.empty()) throw std::runtime_error("no temporary folder could be made");
     }
     ~TempDir() {
         std::error_code ignored;

@@ -52,16 +52,17 @@ public:
         std::string labelCopy = label;
         CK_ATTRIBUTE publicTemplate[] = {
             {CKA_TOKEN, &yes, 1},
-            {CKA_ID, const_cast<uint8_t*>(publicId.data()), publicId.size()},
-            {CKA_LABEL, labelCopy.data(), labelCopy.size()},
+            {CKA_ID, const_cast<uint8_t*>(publicId.data()), static_cast<CK_ULONG>(publicId.size())},
+            {CKA_LABEL, labelCopy.data(), static_cast<CK_ULONG>(labelCopy.size())},
             {CKA_MODULUS_BITS, &bits, sizeof bits},
             {CKA_PUBLIC_EXPONENT, exponent, sizeof exponent},
             {CKA_VERIFY, &yes, 1},
             {CKA_ENCRYPT, &yes, 1}};
         CK_ATTRIBUTE privateTemplate[] = {
             {CKA_TOKEN, &yes, 1},
-            {CKA_ID, const_cast<uint8_t*>(privateId.data()), privateId.size()},
-            {CKA_LABEL, labelCopy.data(), labelCopy.size()},
+            {CKA_ID, const_cast<uint8_t*>(privateId.data()),
+             static_cast<CK_ULONG>(privateId.size())},
+            {CKA_LABEL, labelCopy.data(), static_cast<CK_ULONG>(labelCopy.size())},
             {CKA_SIGN, &yes, 1},
             {CKA_DECRYPT, &yes, 1}};
         Pair pair{};

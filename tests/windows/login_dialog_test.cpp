@@ -1,0 +1,567 @@
+// The Win32 PIN dialog, run for real: Login on a SoftHSM2 token behind the
+// Wine bridge opens dialog 121, and a second thread finds it by its title,
+// types into the PIN field with synthesised keyboard and mouse input and
+// presses the buttons, as a user would. Needs an X display (Xvfb).
+#include <gtest/gtest.h>
+
+// Lean, as the provider's own headers include it, so that the two agree.
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
+#include <windows.h>
+
+#include <chrono>
+#include <cstdint>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "pin/login.h"
+#include "pin/pin_manager.h"
+#include "provider/ncrypt_provider.h"
+#include "provider/provider_context.h"
+#include "support/fresh_provider_state.h"
+#include "support/softhsm_tokens.h"
+
+namespace {
+
+constexpr int kPin = 1001, kStatus = 1004;
+const std::wstring kTitle = L"Introduzca el PIN paraTarjeta QA";
+
+// The provider's registered name, "Velmora KSP v4.5", as REG_MULTI_SZ.
+const std::string kAliases =
+    std::string(RegistryFile::kProviderKey) +
+    "\"Aliases\"=hex(7):56,00,65,00,6c,00,6d,00,6f,00,72,00,61,00,20,00,4b,00,53,00,50,00,20,"
+    "00,76,00,34,00,2e,00,35,00,00,00,00,00\n";
+
+// A Unix path as Wine's Z: drive shows it.
+std::wstring WindowsPath(const std::string& unixPath) {
+    return L"Z:" + std::filesystem::path(unixPath).wstring();
+}
+
+// Every window of these tests lives in one Wine virtual desktop, so that no
+// window manager is waited for when a dialog closes.
+HDESK TestDesktop() {
+    static HDESK desktop = [] {
+        HKEY key = nullptr;
+        const wchar_t size[] = L"1024x768";
+        if (RegCreateKeyExW(HKEY_CURRENT_USER, L"Software\\Wine\\Explorer\\Desktops", 0, nullptr,
+                            0, KEY_SET_VALUE, nullptr, &key, nullptr) == ERROR_SUCCESS) {
+            RegSetValueExW(key, L"ci", 0, REG_SZ, reinterpret_cast<const BYTE*>(size),
+                           sizeof size);
+            RegCloseKey(key);
+        }
+        return CreateDesktopW(L"ci", nullptr, nullptr, 0, GENERIC_ALL, nullptr);
+    }();
+    return desktop;
+}
+
+struct Image {
+    int width = 0, height = 0;
+    std::vector<uint8_t> rgb;
+
+    bool IsStatusRed(int x, int y) const {
+        const uint8_t* p = &rgb[(static_cast<size_t>(y) * width + x) * 3];
+        return p[0] >= 200 && p[1] <= 60 && p[2] <= 60;
+    }
+    int RedPixels(const RECT& area) const {
+        int count = 0;
+        for (int y = std::max(0L, area.top); y < std::min<long>(height, area.bottom); ++y)
+            for (int x = std::max(0L, area.left); x < std::min<long>(width, area.right); ++x)
+                count += IsStatusRed(x, y);
+        return count;
+    }
+};
+
+// What is on screen where the window is.
+Image Capture(HWND window) {
+    RECT r;
+    GetWindowRect(window, &r);
+    Image image;
+    image.width = r.right - r.left;
+    image.height = r.bottom - r.top;
+    BITMAPINFO info{};
+    info.bmiHeader.biSize = sizeof(BITMAPINFOHEADER);
+    info.bmiHeader.biWidth = image.width;
+    info.bmiHeader.biHeight = -image.height;  // top-down rows
+    info.bmiHeader.biPlanes = 1;
+    info.bmiHeader.biBitCount = 32;
+    info.bmiHeader.biCompression = BI_RGB;
+    HDC screen = GetDC(nullptr);
+    HDC memory = CreateCompatibleDC(screen);
+    void* bits = nullptr;
+    HBITMAP bitmap = CreateDIBSection(screen, &info, DIB_RGB_COLORS, &bits, nullptr, 0);
+    HGDIOBJ old = SelectObject(memory, bitmap);
+    BitBlt(memory, 0, 0, image.width, image.height, screen, r.left, r.top, SRCCOPY);
+    const auto* bgrx = static_cast<const uint8_t*>(bits);
+    for (size_t i = 0; i < static_cast<size_t>(image.width) * image.height; ++i)
+        image.rgb.insert(image.rgb.end(), {bgrx[i * 4 + 2], bgrx[i * 4 + 1], bgrx[i * 4]});
+    SelectObject(memory, old);
+    DeleteObject(bitmap);
+    DeleteDC(memory);
+    ReleaseDC(nullptr, screen);
+    return image;
+}
+
+// A PNG of stored (uncompressed) deflate blocks: no zlib needed.
+void SavePng(const Image& image, const std::wstring& path) {
+    auto crc = [](const std::string& bytes) {
+        uint32_t c = 0xFFFFFFFF;
+        for (unsigned char b : bytes) {
+            c ^= b;
+            for (int k = 0; k < 8; ++k) c = (c >> 1) ^ (0xEDB88320 & (0 - (c & 1)));
+        }
+        return ~c;
+    };
+    auto be32 = [](uint32_t v) {
+        return std::string{char(v >> 24), char(v >> 16), char(v >> 8), char(v)};
+    };
+    auto chunk = [&](const std::string& type, const std::string& data) {
+        return be32(static_cast<uint32_t>(data.size())) + type + data + be32(crc(type + data));
+    };
+    std::string raw;
+    for (int y = 0; y < image.height; ++y) {
+        raw.push_back(0);
+        raw.append(reinterpret_cast<const char*>(&image.rgb[size_t(y) * image.width * 3]),
+                   size_t(image.width) * 3);
+    }
+    std::string z = "\x78\x01";
+    uint32_t a = 1, b = 0;
+    for (unsigned char c : raw) a = (a + c) % 65521, b = (b + a) % 65521;
+    for (size_t at = 0; at < raw.size() || at == 0; at += 65535) {
+        const size_t n = std::min<size_t>(65535, raw.size() - at);
+        z.push_back(at + n >= raw.size() ? 1 : 0);
+        z += {char(n), char(n >> 8), char(~n), char(~n >> 8)};
+        z.append(raw, at, n);
+    }
+    z += be32((b << 16) | a);
+    std::string header = be32(image.width) + be32(image.height) + std::string("\x08\x02\0\0\0", 5);
+    std::ofstream(std::filesystem::path(path), std::ios::binary)
+        << "\x89PNG\r\n\x1a\n" << chunk("IHDR", header) << chunk("IDAT", z) << chunk("IEND", "");
+}
+
+// The second thread: finds the dialog, then plays a script on it. A failed
+// step is a test failure, and the dialog is cancelled so that Login returns.
+class DialogDriver {
+public:
+    using Script = std::function<void(DialogDriver&)>;
+
+    explicit DialogDriver(Script script)
+        : dialogThread_(GetCurrentThreadId()), thread_([this, script] { Run(script); }) {}
+    ~DialogDriver() { thread_.join(); }
+
+    HWND dialog() const { return dialog_; }
+    HWND Item(int id) const { return GetDlgItem(dialog_, id); }
+
+    std::wstring Text(HWND window) const {
+        wchar_t text[256] = {};
+        GetWindowTextW(window, text, 256);
+        return text;
+    }
+    std::wstring Text(int id) const { return Text(Item(id)); }
+    std::pair<DWORD, DWORD> Selection() const {
+        DWORD start = 0, end = 0;
+        SendMessageW(Item(kPin), EM_GETSEL, reinterpret_cast<WPARAM>(&start),
+                     reinterpret_cast<LPARAM>(&end));
+        return {start, end};
+    }
+
+    void WaitFor(const std::string& what, const std::function<bool()>& condition) {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (!condition()) {
+            if (std::chrono::steady_clock::now() > deadline)
+                throw std::runtime_error("timed out waiting for " + what);
+            Sleep(10);
+        }
+    }
+
+    // Types characters at the caret; the field then holds `total` characters.
+    void Type(const std::wstring& characters, size_t total) {
+        std::vector<INPUT> inputs;
+        for (wchar_t c : characters)
+            for (DWORD up : {0ul, static_cast<DWORD>(KEYEVENTF_KEYUP)}) {
+                INPUT in{};
+                in.type = INPUT_KEYBOARD;
+                in.ki.wScan = c;
+                in.ki.dwFlags = KEYEVENTF_UNICODE | up;
+                inputs.push_back(in);
+            }
+        Send(inputs);
+        WaitFor("the PIN field to hold " + std::to_string(total) + " characters",
+                [&] { return Text(kPin).size() == total; });
+    }
+
+    void Press(WORD key, bool shift = false) {
+        std::vector<INPUT> inputs;
+        auto add = [&](WORD vk, DWORD flags) {
+            INPUT in{};
+            in.type = INPUT_KEYBOARD;
+            in.ki.wVk = vk;
+            in.ki.dwFlags = flags;
+            inputs.push_back(in);
+        };
+        if (shift) add(VK_SHIFT, 0);
+        const bool extended = key == VK_HOME || key == VK_END || key == VK_LEFT ||
+                              key == VK_RIGHT || key == VK_DELETE;
+        add(key, extended ? KEYEVENTF_EXTENDEDKEY : 0);
+        add(key, (extended ? KEYEVENTF_EXTENDEDKEY : 0) | KEYEVENTF_KEYUP);
+        if (shift) add(VK_SHIFT, KEYEVENTF_KEYUP);
+        Send(inputs);
+    }
+
+    // Moves the caret with a key and waits until it has arrived.
+    void MoveCaret(WORD key, DWORD expected) {
+        Press(key);
+        WaitFor("the caret at " + std::to_string(expected),
+                [&] { return Selection() == std::make_pair(expected, expected); });
+    }
+
+    void MouseTo(HWND window, double fractionX) {
+        RECT r;
+        GetWindowRect(window, &r);
+        SetCursorPos(r.left + static_cast<int>((r.right - r.left) * fractionX),
+                     (r.top + r.bottom) / 2);
+    }
+    void Mouse(DWORD flags) {
+        INPUT in{};
+        in.type = INPUT_MOUSE;
+        in.mi.dwFlags = flags;
+        Send({in});
+    }
+    void Click(int id) {
+        MouseTo(Item(id), 0.5);
+        Mouse(MOUSEEVENTF_LEFTDOWN);
+        Mouse(MOUSEEVENTF_LEFTUP);
+    }
+
+private:
+    void Send(std::vector<INPUT> inputs) {
+        SetForegroundWindow(dialog_);
+        if (SendInput(static_cast<UINT>(inputs.size()), inputs.data(), sizeof(INPUT)) !=
+            inputs.size())
+            throw std::runtime_error("SendInput failed");
+    }
+
+    void Run(const Script& script) {
+        SetThreadDesktop(TestDesktop());
+        try {
+            WaitFor("a visible window titled \"Introduzca el PIN paraTarjeta QA\"", [&] {
+                dialog_ = FindWindowW(L"#32770", kTitle.c_str());
+                return dialog_ && IsWindowVisible(dialog_);
+            });
+            script(*this);
+        } catch (const std::exception& error) {
+            ADD_FAILURE() << error.what();
+            EnumThreadWindows(
+                dialogThread_,
+                [](HWND window, LPARAM) {
+                    PostMessageW(window, WM_COMMAND, IDCANCEL, 0);
+                    return TRUE;
+                },
+                0);
+        }
+    }
+
+    DWORD dialogThread_;
+    HWND dialog_ = nullptr;
+    std::thread thread_;
+};
+
+bool OnlyAsterisks(const std::wstring& text) {
+    return text.find_first_not_of(L'*') == std::wstring::npos;
+}
+
+class PinDialog : public ::testing::Test {
+protected:
+    // maxTries: the middleware's tries before the PIN locks.
+    void Open(int maxTries) {
+        ASSERT_TRUE(SetThreadDesktop(TestDesktop())) << "no desktop for the dialog";
+        tokens_.emplace(dir_, std::vector<std::string>{"Tarjeta QA"});
+        test_system::SetVariable("QUELMPKCS11_MAX_TRIES", std::to_string(maxTries));
+        state_.emplace(dir_, kAliases, QUELMPKCS11_PATH);
+        ASSERT_NE(g_pCryptoki, nullptr) << g_bindingError;
+        NCRYPT_KEY_STORAGE_FUNCTION_TABLE* table = nullptr;
+        ASSERT_EQ(GetKeyStorageInterface(L"Velmora KSP v4.5", &table, 0), 0);
+        ASSERT_EQ(table->OpenProvider(&handle_, L"Velmora KSP v4.5", 0), 0);
+        table_ = table;
+    }
+    void TearDown() override {
+        if (handle_) table_->FreeProvider(handle_);
+        test_system::UnsetVariable("QUELMPKCS11_MAX_TRIES");
+    }
+
+    // Runs Login on this thread while the script works the dialog.
+    SECURITY_STATUS LoginWith(DialogDriver::Script script) {
+        SECURITY_STATUS status;
+        {
+            DialogDriver driver(std::move(script));
+            status = Login(reinterpret_cast<QUELMKSP_PROVIDER*>(handle_));
+        }
+        return status;
+    }
+
+    bool LoggedIn() {
+        CK_SESSION_INFO info{};
+        auto* provider = reinterpret_cast<QUELMKSP_PROVIDER*>(handle_);
+        return g_pCryptoki->functions()->C_GetSessionInfo(provider->hSession, &info) == CKR_OK &&
+               info.state == CKS_RW_USER_FUNCTIONS;
+    }
+
+    TempDir dir_;
+    std::optional<SoftHsmTokens> tokens_;
+    std::optional<FreshProviderState> state_;
+    NCRYPT_PROV_HANDLE handle_ = 0;
+    NCRYPT_KEY_STORAGE_FUNCTION_TABLE* table_ = nullptr;
+};
+
+TEST_F(PinDialog, WrongPinShowsTheTriesLeftInRedAndTheRightPinLogsIn) {
+    ASSERT_NO_FATAL_FAILURE(Open(3));
+    SECURITY_STATUS status = LoginWith([](DialogDriver& d) {
+        EXPECT_NE(SendMessageW(d.dialog(), WM_GETICON, ICON_BIG, 0), 0);
+        EXPECT_NE(SendMessageW(d.dialog(), WM_GETICON, ICON_SMALL, 0), 0);
+        EXPECT_EQ(d.Text(kStatus), L"");
+        d.Type(L"9999", 4);
+        EXPECT_EQ(d.Text(kPin), L"****");
+        EXPECT_TRUE(IsWindowEnabled(d.Item(IDOK)));
+        d.Click(IDOK);
+        d.WaitFor("the tries left", [&] {
+            return d.Text(kStatus) == L"PIN incorrecto. Faltan 2 reintentos";
+        });
+        EXPECT_EQ(d.Text(kPin), L"");
+        EXPECT_FALSE(IsWindowEnabled(d.Item(IDOK)));
+
+        RECT dialog, status;
+        GetWindowRect(d.dialog(), &dialog);
+        GetWindowRect(d.Item(kStatus), &status);
+        OffsetRect(&status, -dialog.left, -dialog.top);
+        Image shot;
+        d.WaitFor("red status text on screen", [&] {
+            shot = Capture(d.dialog());
+            return shot.RedPixels(status) >= 30;
+        });
+        const std::string folder = QUELMKSP_ARTIFACT_DIR;
+        std::filesystem::create_directories(WindowsPath(folder));
+        SavePng(shot, WindowsPath(folder + "/pin_dialog_wrong_pin.png"));
+        RECT outside = {0, 0, shot.width, status.top};
+        EXPECT_EQ(shot.RedPixels(outside), 0) << "only the status text is red";
+
+        // The field lost the keyboard to the disabled button: click back in.
+        d.Click(kPin);
+        d.Type(L"1234", 4);
+        d.Click(IDOK);
+    });
+    EXPECT_EQ(status, 0);
+    EXPECT_TRUE(LoggedIn());
+    EXPECT_EQ(g_pPinManager->pinCacheLock, 0u);
+}
+
+TEST_F(PinDialog, EditsAtTheCaretReachTheTokenInTheirPlace) {
+    ASSERT_NO_FATAL_FAILURE(Open(3));
+    SECURITY_STATUS status = LoginWith([](DialogDriver& d) {
+        d.Type(L"234", 3);
+        d.MoveCaret(VK_HOME, 0);
+        d.Type(L"1", 4);  // 1234
+        d.MoveCaret(VK_END, 4);
+        d.Type(L"56", 6);  // 123456
+        d.MoveCaret(VK_LEFT, 5);
+        d.Press(VK_BACK);  // 12346, caret before the 6
+        d.WaitFor("the backspace", [&] { return d.Text(kPin).size() == 5; });
+        d.Press(VK_DELETE);  // 1234
+        d.WaitFor("the delete", [&] { return d.Text(kPin).size() == 4; });
+        EXPECT_TRUE(OnlyAsterisks(d.Text(kPin)));
+        d.Press(VK_RETURN);
+    });
+    EXPECT_EQ(status, 0) << "the token did not get 1234";
+    EXPECT_TRUE(LoggedIn());
+}
+
+TEST_F(PinDialog, FieldKeepsNeitherTheCharactersNorASelection) {
+    ASSERT_NO_FATAL_FAILURE(Open(3));
+    SECURITY_STATUS status = LoginWith([](DialogDriver& d) {
+        d.Type(L"12", 2);
+        EXPECT_EQ(d.Text(kPin), L"**");
+        d.Press(VK_HOME, true);
+        d.WaitFor("Shift+Home to empty the field", [&] { return d.Text(kPin).empty(); });
+        EXPECT_FALSE(IsWindowEnabled(d.Item(IDOK)));
+        d.Type(L"5678", 4);
+        d.Press(VK_END, true);
+        d.WaitFor("Shift+End to empty the field", [&] { return d.Text(kPin).empty(); });
+
+        d.Type(L"abcd", 4);
+        // A drag from the end to the start would select all four; the
+        // selection collapses to its start instead.
+        d.MouseTo(d.Item(kPin), 0.95);
+        d.Mouse(MOUSEEVENTF_LEFTDOWN);
+        d.MouseTo(d.Item(kPin), 0.02);
+        d.Mouse(MOUSEEVENTF_MOVE);
+        d.WaitFor("the drag to leave the caret at the start and nothing selected", [&] {
+            return d.Selection() == std::make_pair(DWORD{0}, DWORD{0});
+        });
+        d.Mouse(MOUSEEVENTF_LEFTUP);
+        EXPECT_EQ(d.Text(kPin), L"****");
+        d.Press(VK_ESCAPE);
+    });
+    EXPECT_EQ(status, static_cast<SECURITY_STATUS>(SCARD_W_CANCELLED_BY_USER));
+    EXPECT_FALSE(LoggedIn());
+    EXPECT_EQ(g_pPinManager->pinCacheLock, 0u);
+}
+
+TEST_F(PinDialog, LockedPinLeavesOnlyCancelar) {
+    ASSERT_NO_FATAL_FAILURE(Open(1));
+    SECURITY_STATUS status = LoginWith([](DialogDriver& d) {
+        d.Type(L"9999", 4);
+        d.Click(IDOK);
+        d.WaitFor("the locked text", [&] { return d.Text(kStatus) == L"El PIN está bloqueado"; });
+        EXPECT_FALSE(IsWindowEnabled(d.Item(kPin)));
+        EXPECT_FALSE(IsWindowEnabled(d.Item(IDOK)));
+        EXPECT_TRUE(IsWindowEnabled(d.Item(IDCANCEL)));
+        d.Click(IDCANCEL);
+    });
+    EXPECT_EQ(status, static_cast<SECURITY_STATUS>(SCARD_W_CANCELLED_BY_USER));
+}
+
+// The shipped library itself carries the dialog, the icon and the picture.
+class ProviderResources : public ::testing::Test {
+protected:
+    void SetUp() override {
+        module_ = LoadLibraryExW(WindowsPath(QUELMKSP_DLL_PATH).c_str(), nullptr,
+                                 LOAD_LIBRARY_AS_DATAFILE | LOAD_LIBRARY_AS_IMAGE_RESOURCE);
+        ASSERT_NE(module_, nullptr) << "cannot open " << QUELMKSP_DLL_PATH;
+    }
+    void TearDown() override { FreeLibrary(module_); }
+
+    std::string Resource(LPCSTR type, int id) {
+        HRSRC found = FindResourceA(module_, MAKEINTRESOURCEA(id), type);
+        if (!found) return {};
+        const char* data = static_cast<const char*>(LockResource(LoadResource(module_, found)));
+        return std::string(data, SizeofResource(module_, found));
+    }
+
+    HMODULE module_ = nullptr;
+};
+
+struct Control {
+    int32_t id;
+    std::wstring classOrdinal, text;
+    int16_t x, y, cx, cy;
+    DWORD style;
+    bool operator==(const Control&) const = default;
+};
+
+void PrintTo(const Control& c, std::ostream* out) {
+    std::string text;
+    for (wchar_t ch : c.classOrdinal + L" \"" + c.text + L"\"") text.push_back(char(ch));
+    *out << "control " << c.id << " " << text << " at " << c.x << "," << c.y << " size " << c.cx
+         << "x" << c.cy << " style 0x" << std::hex << c.style << std::dec;
+}
+
+struct Reader {
+    const std::string& data;
+    size_t at = 0;
+    template <typename T>
+    T Get() {
+        if (at + sizeof(T) > data.size()) throw std::out_of_range("past the resource's end");
+        T value;
+        std::memcpy(&value, data.data() + at, sizeof value);
+        at += sizeof value;
+        return value;
+    }
+    // A name or an ordinal (0xFFFF then the number, shown as "#number").
+    std::wstring NameOrOrdinal() {
+        uint16_t first = Get<uint16_t>();
+        if (first == 0xFFFF) return L"#" + std::to_wstring(Get<uint16_t>());
+        std::wstring text;
+        for (; first; first = Get<uint16_t>()) text.push_back(static_cast<wchar_t>(first));
+        return text;
+    }
+};
+
+TEST_F(ProviderResources, Dialog121IsLaidOutAsDesigned) {
+    const std::string data = Resource(RT_DIALOG, 121);
+    ASSERT_FALSE(data.empty());
+    Reader r{data};
+    ASSERT_EQ(r.Get<uint16_t>(), 1);  // extended template
+    ASSERT_EQ(r.Get<uint16_t>(), 0xFFFF);
+    r.Get<uint32_t>();
+    EXPECT_EQ(r.Get<uint32_t>(), static_cast<DWORD>(WS_EX_TOPMOST));
+    EXPECT_EQ(r.Get<uint32_t>(),
+              static_cast<DWORD>(DS_MODALFRAME | WS_POPUP | WS_VISIBLE | WS_CAPTION | DS_SETFONT));
+    const uint16_t count = r.Get<uint16_t>();
+    r.at += 4;  // position
+    EXPECT_EQ(r.Get<int16_t>(), 242);
+    EXPECT_EQ(r.Get<int16_t>(), 93);
+    EXPECT_EQ(r.NameOrOrdinal(), L"");  // no menu
+    EXPECT_EQ(r.NameOrOrdinal(), L"");  // the standard dialog class
+    EXPECT_EQ(r.NameOrOrdinal(), L"Ingresá el PIN del token");
+    EXPECT_EQ(r.Get<uint16_t>(), 8);
+    EXPECT_EQ(r.Get<uint16_t>(), 400);
+    r.Get<uint16_t>();  // italic, character set
+    EXPECT_EQ(r.NameOrOrdinal(), L"MS Shell Dlg");
+
+    const DWORD child = WS_CHILD | WS_VISIBLE;
+    const std::vector<Control> expected = {
+        {-1, L"#128", L"", 6, 3, 230, 83, child | BS_GROUPBOX},
+        {1001, L"#129", L"", 97, 21, 125, 14,
+         child | WS_BORDER | WS_TABSTOP | ES_PASSWORD | ES_AUTOHSCROLL},
+        {1, L"#128", L"Acceso", 97, 53, 56, 15,
+         child | WS_TABSTOP | WS_DISABLED | BS_DEFPUSHBUTTON},
+        {2, L"#128", L"Cancelar", 166, 53, 56, 15, child | WS_TABSTOP | BS_PUSHBUTTON},
+        {1003, L"#130", L"PIN:", 80, 23, 15, 8, child | WS_GROUP | SS_LEFT},
+        {1004, L"#130", L"PIN incorrecto. Faltan XX reintentos", 97, 38, 125, 8,
+         child | WS_GROUP | SS_CENTER},
+        {1008, L"#130", L"Almacenamiento de claves\n   Proveedor", 11, 65, 67, 18,
+         child | WS_GROUP | SS_LEFT},
+        {1002, L"#130", L"#101", 9, 12, 67, 36, child | SS_BITMAP | SS_REALSIZEIMAGE},
+    };
+    std::vector<Control> controls;
+    for (uint16_t i = 0; i < count; ++i) {
+        r.at = (r.at + 3) & ~size_t{3};
+        Control c{};
+        r.Get<uint32_t>();
+        EXPECT_EQ(r.Get<uint32_t>(), 0u) << "extended style of control " << i;
+        c.style = r.Get<uint32_t>();
+        c.x = r.Get<int16_t>();
+        c.y = r.Get<int16_t>();
+        c.cx = r.Get<int16_t>();
+        c.cy = r.Get<int16_t>();
+        c.id = r.Get<int32_t>();
+        c.classOrdinal = r.NameOrOrdinal();
+        c.text = r.NameOrOrdinal();
+        r.at += r.Get<uint16_t>();
+        controls.push_back(c);
+    }
+    ASSERT_EQ(controls.size(), expected.size());
+    for (size_t i = 0; i < expected.size(); ++i)
+        EXPECT_EQ(controls[i], expected[i]);
+}
+
+TEST_F(ProviderResources, IconIsOne256PixelPngAndThePictureIs100By58) {
+    const std::string group = Resource(RT_GROUP_ICON, 103);
+    ASSERT_EQ(group.size(), 6u + 14u) << "one image";
+    Reader r{group};
+    r.at = 4;
+    EXPECT_EQ(r.Get<uint16_t>(), 1);
+    EXPECT_EQ(r.Get<uint8_t>(), 0);  // 0 means 256
+    EXPECT_EQ(r.Get<uint8_t>(), 0);
+    r.at = 6 + 6;
+    EXPECT_EQ(r.Get<uint16_t>(), 32);
+    r.at = 6 + 12;
+    const std::string image = Resource(RT_ICON, r.Get<uint16_t>());
+    EXPECT_EQ(image.substr(0, 8), std::string("\x89PNG\r\n\x1a\n", 8));
+
+    const std::string bitmap = Resource(RT_BITMAP, 101);
+    ASSERT_GE(bitmap.size(), sizeof(BITMAPINFOHEADER));
+    BITMAPINFOHEADER header;
+    std::memcpy(&header, bitmap.data(), sizeof header);
+    EXPECT_EQ(header.biWidth, 100);
+    EXPECT_EQ(header.biHeight, 58);
+    EXPECT_EQ(header.biBitCount, 24);
+}
+
+}  // namespace
