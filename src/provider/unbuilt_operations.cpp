@@ -76,36 +76,6 @@ SECURITY_STATUS DeleteKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey, 
     return frame.Exit(NTE_NOT_SUPPORTED);
 }
 
-SECURITY_STATUS Encrypt(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey, PBYTE pbInput,
-                        DWORD cbInput, void* pPaddingInfo, PBYTE pbOutput, DWORD cbOutput,
-                        DWORD* pcbResult, DWORD dwFlags) {
-    OperationFrame frame("QUELMKSPEncrypt", {{"hProvider", hProvider},
-                                             {"hKey", hKey},
-                                             {"pbInput", pbInput},
-                                             {"cbInput", cbInput},
-                                             {"pPaddingInfo", pPaddingInfo},
-                                             {"pbOutput", pbOutput},
-                                             {"cbOutput", cbOutput},
-                                             {"pcbResult", pcbResult},
-                                             {"dwFlags", dwFlags}});
-    return frame.Exit(NTE_NOT_SUPPORTED);
-}
-
-SECURITY_STATUS Decrypt(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey, PBYTE pbInput,
-                        DWORD cbInput, void* pPaddingInfo, PBYTE pbOutput, DWORD cbOutput,
-                        DWORD* pcbResult, DWORD dwFlags) {
-    OperationFrame frame("QUELMKSPDecrypt", {{"hProvider", hProvider},
-                                             {"hKey", hKey},
-                                             {"pbInput", pbInput},
-                                             {"cbInput", cbInput},
-                                             {"pPaddingInfo", pPaddingInfo},
-                                             {"pbOutput", pbOutput},
-                                             {"cbOutput", cbOutput},
-                                             {"pcbResult", pcbResult},
-                                             {"dwFlags", dwFlags}});
-    return frame.Exit(NTE_NOT_SUPPORTED);
-}
-
 SECURITY_STATUS ImportKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hImportKey,
                           LPCWSTR pszBlobType, NCryptBufferDesc* pParameterList,
                           NCRYPT_KEY_HANDLE* phKey, PBYTE pbData, DWORD cbData, DWORD dwFlags) {
@@ -133,35 +103,6 @@ SECURITY_STATUS ExportKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey,
                                                {"cbOutput", cbOutput},
                                                {"pcbResult", pcbResult},
                                                {"dwFlags", dwFlags}});
-    return frame.Exit(NTE_NOT_SUPPORTED);
-}
-
-SECURITY_STATUS SignHash(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey, void* pPaddingInfo,
-                         PBYTE pbHashValue, DWORD cbHashValue, PBYTE pbSignature, DWORD cbSignature,
-                         DWORD* pcbResult, DWORD dwFlags) {
-    OperationFrame frame("QUELMKSPSignHash", {{"hProvider", hProvider},
-                                              {"hKey", hKey},
-                                              {"pPaddingInfo", pPaddingInfo},
-                                              {"pbHashValue", pbHashValue},
-                                              {"cbHashValue", cbHashValue},
-                                              {"pbSignature", pbSignature},
-                                              {"cbSignature", cbSignature},
-                                              {"pcbResult", pcbResult},
-                                              {"dwFlags", dwFlags}});
-    return frame.Exit(NTE_NOT_SUPPORTED);
-}
-
-SECURITY_STATUS VerifySignature(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey,
-                                void* pPaddingInfo, PBYTE pbHashValue, DWORD cbHashValue,
-                                PBYTE pbSignature, DWORD cbSignature, DWORD dwFlags) {
-    OperationFrame frame("QUELMKSPVerifySignature", {{"hProvider", hProvider},
-                                                     {"hKey", hKey},
-                                                     {"pPaddingInfo", pPaddingInfo},
-                                                     {"pbHashValue", pbHashValue},
-                                                     {"cbHashValue", cbHashValue},
-                                                     {"pbSignature", pbSignature},
-                                                     {"cbSignature", cbSignature},
-                                                     {"dwFlags", dwFlags}});
     return frame.Exit(NTE_NOT_SUPPORTED);
 }
 

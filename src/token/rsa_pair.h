@@ -12,6 +12,18 @@ public:
     RSAPair() = default;
     ~RSAPair() override;
 
+    // The token operations of a pair, with CKM_RSA_PKCS. Each returns a
+    // status; a length pointer carries the buffer's size in and the token's
+    // length out, and a null output buffer asks only for the length.
+    int32_t SignData(const uint8_t* hash, uint32_t hashLength, uint8_t* signature,
+                     CK_ULONG* signatureLength);
+    int32_t VerifyData(const uint8_t* hash, uint32_t hashLength, const uint8_t* signature,
+                       uint32_t signatureLength);
+    int32_t EncryptData(const uint8_t* input, uint32_t inputLength, uint8_t* output,
+                        CK_ULONG* outputLength);
+    int32_t DecryptData(const uint8_t* input, uint32_t inputLength, uint8_t* output,
+                        CK_ULONG* outputLength);
+
     CK_OBJECT_HANDLE hPublicKey = 0;
     CK_OBJECT_HANDLE hPrivateKey = 0;
     uint8_t rgbId[kGeneratedIdBytes] = {};

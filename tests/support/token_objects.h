@@ -44,11 +44,13 @@ public:
     TokenObjects& operator=(const TokenObjects&) = delete;
 
     // A 1024-bit RSA pair; each half gets its own identifier.
-    Pair Generate(const Bytes& publicId, const Bytes& privateId, const std::string& label = "key") {
+    Pair Generate(const Bytes& publicId, const Bytes& privateId, const std::string& label = "key",
+                  bool decrypts = true) {
         CK_MECHANISM mechanism = {CKM_RSA_PKCS_KEY_PAIR_GEN, nullptr, 0};
         CK_ULONG bits = 1024;
         CK_BYTE exponent[] = {1, 0, 1};
         CK_BBOOL yes = CK_TRUE;
+        CK_BBOOL decrypt = decrypts ? CK_TRUE : CK_FALSE;
         std::string labelCopy = label;
         CK_ATTRIBUTE publicTemplate[] = {
             {CKA_TOKEN, &yes, 1},
@@ -64,7 +66,7 @@ public:
              static_cast<CK_ULONG>(privateId.size())},
             {CKA_LABEL, labelCopy.data(), static_cast<CK_ULONG>(labelCopy.size())},
             {CKA_SIGN, &yes, 1},
-            {CKA_DECRYPT, &yes, 1}};
+            {CKA_DECRYPT, &decrypt, 1}};
         Pair pair{};
         Check(token_.C_GenerateKeyPair(session_, &mechanism, publicTemplate, 7, privateTemplate, 5,
                                        &pair.publicKey, &pair.privateKey),
