@@ -714,7 +714,7 @@ WIN_CALL WinUlong GetFunctionList(void** list) {
 }  // namespace
 }  // namespace bridge
 
-// Exported as C_GetFunctionList through the spec file; the Linux header
+// Exported as C_GetFunctionList through the export list; the Linux header
 // already declares that name with the Linux signature.
 extern "C" WIN_CALL bridge::WinUlong BridgeGetFunctionList(void** list) {
     return bridge::GetFunctionList(list);
