@@ -15,6 +15,18 @@ namespace {
 
 constexpr CK_RV kMostTriesLeft = 14;
 
+SECURITY_STATUS CheckPin(const uint8_t* pin, uint32_t length) {
+    if (!pin) {
+        g_dialogLog.WriteLine("NTE_INVALID_PARAMETER - PIN is NULL");
+        return NTE_INVALID_PARAMETER;
+    }
+    if (length == 0) {
+        g_dialogLog.WriteLine("NTE_INVALID_PARAMETER - PIN length is zero");
+        return NTE_INVALID_PARAMETER;
+    }
+    return ERROR_SUCCESS;
+}
+
 }  // namespace
 
 CLogin::CLogin(std::unique_ptr<DialogToolkit> toolkit, uint64_t parentWindow)
@@ -188,14 +200,7 @@ SECURITY_STATUS CLogin::Login(const uint8_t* pin, uint32_t length) {
         g_dialogLog.WriteLine("NTE_INTERNAL_ERROR - Cryptographic library not set.");
         return NTE_INTERNAL_ERROR;
     }
-    if (!pin) {
-        g_dialogLog.WriteLine("NTE_INVALID_PARAMETER - PIN is NULL");
-        return NTE_INVALID_PARAMETER;
-    }
-    if (length == 0) {
-        g_dialogLog.WriteLine("NTE_INVALID_PARAMETER - PIN length is zero");
-        return NTE_INVALID_PARAMETER;
-    }
+    if (SECURITY_STATUS status = CheckPin(pin, length)) return status;
     g_dialogLog.WriteLine("Initiating login to cryptographic session");
     CK_RV rv = pCryptoki->ExtendedLogin(hSession, CKU_USER, const_cast<uint8_t*>(pin), length);
     if (rv == CKR_USER_ALREADY_LOGGED_IN) {
@@ -243,14 +248,7 @@ SECURITY_STATUS CLogin::CachePIN(const uint8_t* pin, uint32_t length) {
         g_dialogLog.WriteLine("NTE_INTERNAL_ERROR - slot serial number is not set");
         return NTE_INTERNAL_ERROR;
     }
-    if (!pin) {
-        g_dialogLog.WriteLine("NTE_INVALID_PARAMETER - PIN is NULL");
-        return NTE_INVALID_PARAMETER;
-    }
-    if (length == 0) {
-        g_dialogLog.WriteLine("NTE_INVALID_PARAMETER - PIN length is zero");
-        return NTE_INVALID_PARAMETER;
-    }
+    if (SECURITY_STATUS status = CheckPin(pin, length)) return status;
     if (pPinManager->StorePINInCache(pbSerialNumber.get(), pin, length) == 0) {
         g_dialogLog.WriteLine("NTE_INTERNAL_ERROR: Failed to store pin to cache.");
         return NTE_INTERNAL_ERROR;
