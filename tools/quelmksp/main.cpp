@@ -2,100 +2,89 @@
 // It loads the provider as the key storage router does and drives it
 // through its function table.
 #include <cstdio>
-#include <cstring>
 #include <exception>
+#include <new>
 #include <string>
 #include <vector>
 
-#include "diag/status_names.h"
+#include "client_error.h"
+#include "commands.h"
+#include "exit_codes.h"
 #include "provider_client.h"
 
 namespace {
 
-// Exit codes, documented in the README.
-constexpr int kExitOk = 0;
-constexpr int kExitUsage = 2;
-constexpr int kExitProvider = 3;
-
 const char kUsage[] =
-    "usage: quelmksp [--provider LIBRARY] COMMAND\n"
+    "usage: quelmksp [--provider LIBRARY] COMMAND [ARGS]\n"
     "\n"
     "Commands:\n"
-    "  info    load the provider, show its function table, and open and free\n"
-    "          a provider on the token\n"
+    "  info      load the provider, show its function table, and open and free\n"
+    "            a provider on the token\n"
+    "  keys      list the keys on the token, by name and hexadecimal form\n"
+    "  sign      hash a file and sign the hash with a token key\n"
+    "  verify    check a signature over a file with a token key\n"
+    "  encrypt   encrypt a short message with a token key (PKCS#1 v1.5)\n"
+    "  decrypt   decrypt a message with a token key\n"
     "\n"
     "Options:\n"
     "  --provider LIBRARY   the provider library to load (default: the one\n"
-    "                       beside this program)\n";
+    "                       beside this program)\n"
+    "\n"
+    "'quelmksp COMMAND --help' describes a command. Exit codes: 0 success,\n"
+    "1 signature does not match, 2 usage error, 3 provider failure, 4 no such\n"
+    "key, 5 PIN refused or login cancelled, 6 input or output error.\n";
 
-int Info(const ProviderClient& client) {
-    static const char* const kOperations[] = {"OpenProvider",
-                                              "OpenKey",
-                                              "CreatePersistedKey",
-                                              "GetProviderProperty",
-                                              "GetKeyProperty",
-                                              "SetProviderProperty",
-                                              "SetKeyProperty",
-                                              "FinalizeKey",
-                                              "DeleteKey",
-                                              "FreeProvider",
-                                              "FreeKey",
-                                              "FreeBuffer",
-                                              "Encrypt",
-                                              "Decrypt",
-                                              "IsAlgSupported",
-                                              "EnumAlgorithms",
-                                              "EnumKeys",
-                                              "ImportKey",
-                                              "ExportKey",
-                                              "SignHash",
-                                              "VerifySignature",
-                                              "PromptUser",
-                                              "NotifyChangeKey",
-                                              "SecretAgreement",
-                                              "DeriveKey",
-                                              "FreeSecret"};
-    const NCRYPT_KEY_STORAGE_FUNCTION_TABLE& table = client.table();
-    std::printf("provider library : %s\n", client.libraryPath().c_str());
-    std::printf("interface version: %u.%u\n", table.Version.MajorVersion,
-                table.Version.MinorVersion);
-    auto* const* entries = reinterpret_cast<void* const*>(&table.OpenProvider);
-    size_t present = 0;
-    for (size_t i = 0; i < std::size(kOperations); ++i) present += entries[i] != nullptr;
-    std::printf("operations       : %zu of %zu present\n", present, std::size(kOperations));
-    for (size_t i = 0; i < std::size(kOperations); ++i)
-        std::printf("  %2zu %-20s %s\n", i + 1, kOperations[i], entries[i] ? "yes" : "MISSING");
-    if (present != std::size(kOperations)) return kExitProvider;
+struct Command {
+    const char* name;
+    int (*run)(const Invocation&);
+};
 
-    NCRYPT_PROV_HANDLE provider = 0;
-    SECURITY_STATUS status =
-        table.OpenProvider(&provider, QKSP_TEXT("Velmora KSP v4.5"), NCRYPT_SILENT_FLAG);
-    std::printf("open provider    : %s\n", StatusName(status));
-    if (status != 0) return kExitProvider;
-    status = table.FreeProvider(provider);
-    std::printf("free provider    : %s\n", StatusName(status));
-    return status == 0 ? kExitOk : kExitProvider;
+const Command kCommands[] = {{"info", RunInfo},       {"keys", RunKeys},
+                             {"sign", RunSign},       {"verify", RunVerify},
+                             {"encrypt", RunEncrypt}, {"decrypt", RunDecrypt}};
+
+int Fail(const std::string& message) {
+    std::fprintf(stderr, "quelmksp: %s\n", message.c_str());
+    return exit_code::kProvider;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     std::vector<std::string> args(argv + 1, argv + argc);
-    std::string library = platform::OwnFolder() + ProviderClient::kDefaultLibrary;
-    if (args.size() >= 2 && args[0] == "--provider") {
-        library = args[1];
+    Invocation invocation{platform::OwnFolder() + ProviderClient::kDefaultLibrary, {}};
+    if (!args.empty() && args[0] == "--provider") {
+        if (args.size() < 2) {
+            std::fprintf(stderr, "quelmksp: --provider needs a value\n\n%s", kUsage);
+            return exit_code::kUsage;
+        }
+        invocation.library = args[1];
         args.erase(args.begin(), args.begin() + 2);
     }
     if (args.empty() || args[0] == "--help" || args[0] == "-h") {
         std::fputs(kUsage, args.empty() ? stderr : stdout);
-        return args.empty() ? kExitUsage : kExitOk;
+        return args.empty() ? exit_code::kUsage : exit_code::kOk;
     }
-    try {
-        if (args[0] == "info") return Info(ProviderClient(library));
+    const Command* command = nullptr;
+    for (const Command& candidate : kCommands)
+        if (args[0] == candidate.name) command = &candidate;
+    if (!command) {
         std::fprintf(stderr, "quelmksp: unknown command '%s'\n\n%s", args[0].c_str(), kUsage);
-        return kExitUsage;
+        return exit_code::kUsage;
+    }
+    invocation.args.assign(args.begin() + 1, args.end());
+    try {
+        return command->run(invocation);
+    } catch (const UsageError& error) {
+        std::fprintf(stderr, "quelmksp %s: %s\nTry 'quelmksp %s --help'.\n", command->name,
+                     error.what(), command->name);
+        return error.exitCode();
+    } catch (const ClientError& error) {
+        std::fprintf(stderr, "quelmksp %s: %s\n", command->name, error.what());
+        return error.exitCode();
+    } catch (const std::bad_alloc&) {
+        return Fail("out of memory");
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "quelmksp: %s\n", error.what());
-        return kExitProvider;
+        return Fail(error.what());
     }
 }

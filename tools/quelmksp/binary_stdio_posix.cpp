@@ -1,0 +1,4 @@
+#include "data_io.h"
+
+// POSIX streams carry bytes unchanged already.
+void UseBinaryStdio() {}

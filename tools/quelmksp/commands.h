@@ -1,0 +1,19 @@
+// The subcommands. Each parses its own arguments first, so that --help and
+// usage errors never load the provider, and returns the exit code; failures
+// are thrown as ClientError.
+#pragma once
+
+#include <string>
+#include <vector>
+
+struct Invocation {
+    std::string library;
+    std::vector<std::string> args;
+};
+
+int RunInfo(const Invocation& invocation);
+int RunKeys(const Invocation& invocation);
+int RunSign(const Invocation& invocation);
+int RunVerify(const Invocation& invocation);
+int RunEncrypt(const Invocation& invocation);
+int RunDecrypt(const Invocation& invocation);
