@@ -8,7 +8,7 @@ packages=(
     libgtest-dev libssl-dev libp11-kit-dev
     softhsm2 opensc openssl
     g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64
-    wine64 wine64-tools libwine-dev
+    wine64 wine64-tools libwine-dev xvfb xauth
 )
 
 missing=()

@@ -10,6 +10,7 @@
 #endif
 #include <windows.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <cstring>
@@ -49,15 +50,19 @@ std::wstring WindowsPath(const std::string& unixPath) {
 // window manager is waited for when a dialog closes.
 HDESK TestDesktop() {
     static HDESK desktop = [] {
+        // One desktop for every test of a run: Wine starts its desktop
+        // process once, and that start is slow.
+        const std::wstring name = L"ci";
         HKEY key = nullptr;
         const wchar_t size[] = L"1024x768";
         if (RegCreateKeyExW(HKEY_CURRENT_USER, L"Software\\Wine\\Explorer\\Desktops", 0, nullptr,
-                            0, KEY_SET_VALUE, nullptr, &key, nullptr) == ERROR_SUCCESS) {
-            RegSetValueExW(key, L"ci", 0, REG_SZ, reinterpret_cast<const BYTE*>(size),
+                            REG_OPTION_VOLATILE, KEY_SET_VALUE, nullptr, &key,
+                            nullptr) == ERROR_SUCCESS) {
+            RegSetValueExW(key, name.c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(size),
                            sizeof size);
             RegCloseKey(key);
         }
-        return CreateDesktopW(L"ci", nullptr, nullptr, 0, GENERIC_ALL, nullptr);
+        return CreateDesktopW(name.c_str(), nullptr, nullptr, 0, GENERIC_ALL, nullptr);
     }();
     return desktop;
 }
@@ -143,7 +148,8 @@ void SavePng(const Image& image, const std::wstring& path) {
     z += be32((b << 16) | a);
     std::string header = be32(image.width) + be32(image.height) + std::string("\x08\x02\0\0\0", 5);
     std::ofstream(std::filesystem::path(path), std::ios::binary)
-        << "\x89PNG\r\n\x1a\n" << chunk("IHDR", header) << chunk("IDAT", z) << chunk("IEND", "");
+        << "\x89PNG\r\n\x1a\n"
+        << chunk("IHDR", header) << chunk("IDAT", z) << chunk("IEND", "");
 }
 
 // The second thread: finds the dialog, then plays a script on it. A failed
@@ -172,8 +178,12 @@ public:
         return {start, end};
     }
 
-    void WaitFor(const std::string& what, const std::function<bool()>& condition) {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    // Login has returned: a dialog still to be cancelled will not come.
+    void LoginReturned() { loginReturned_ = true; }
+
+    void WaitFor(const std::string& what, const std::function<bool()>& condition,
+                 std::chrono::seconds timeout = std::chrono::seconds(10)) {
+        const auto deadline = std::chrono::steady_clock::now() + timeout;
         while (!condition()) {
             if (std::chrono::steady_clock::now() > deadline)
                 throw std::runtime_error("timed out waiting for " + what);
@@ -222,54 +232,104 @@ public:
                 [&] { return Selection() == std::make_pair(expected, expected); });
     }
 
-    void MouseTo(HWND window, double fractionX) {
+    // A mouse event at a point of the window (fractionX of its width, half
+    // its height), moving there first.
+    static INPUT MouseAt(HWND window, double fractionX, DWORD flags) {
         RECT r;
         GetWindowRect(window, &r);
-        SetCursorPos(r.left + static_cast<int>((r.right - r.left) * fractionX),
-                     (r.top + r.bottom) / 2);
-    }
-    void Mouse(DWORD flags) {
+        const int x = r.left + static_cast<int>((r.right - r.left) * fractionX);
+        const int y = (r.top + r.bottom) / 2;
         INPUT in{};
         in.type = INPUT_MOUSE;
-        in.mi.dwFlags = flags;
-        Send({in});
+        in.mi.dx = MulDiv(x, 65535, GetSystemMetrics(SM_CXSCREEN) - 1);
+        in.mi.dy = MulDiv(y, 65535, GetSystemMetrics(SM_CYSCREEN) - 1);
+        in.mi.dwFlags = MOUSEEVENTF_MOVE | MOUSEEVENTF_ABSOLUTE | flags;
+        return in;
+    }
+    void Mouse(HWND window, double fractionX, DWORD flags) {
+        Send({MouseAt(window, fractionX, flags)});
     }
     void Click(int id) {
-        MouseTo(Item(id), 0.5);
-        Mouse(MOUSEEVENTF_LEFTDOWN);
-        Mouse(MOUSEEVENTF_LEFTUP);
+        Send({MouseAt(Item(id), 0.5, 0), MouseAt(Item(id), 0.5, MOUSEEVENTF_LEFTDOWN),
+              MouseAt(Item(id), 0.5, MOUSEEVENTF_LEFTUP)});
     }
 
 private:
     void Send(std::vector<INPUT> inputs) {
         SetForegroundWindow(dialog_);
+        SetActiveWindow(dialog_);
         if (SendInput(static_cast<UINT>(inputs.size()), inputs.data(), sizeof(INPUT)) !=
             inputs.size())
             throw std::runtime_error("SendInput failed");
     }
 
     void Run(const Script& script) {
-        SetThreadDesktop(TestDesktop());
         try {
-            WaitFor("a visible window titled \"Introduzca el PIN paraTarjeta QA\"", [&] {
-                dialog_ = FindWindowW(L"#32770", kTitle.c_str());
-                return dialog_ && IsWindowVisible(dialog_);
+            if (!SetThreadDesktop(TestDesktop()))
+                throw std::runtime_error("the driver cannot join the dialog's desktop: error " +
+                                         std::to_string(GetLastError()));
+            try {
+                // The first dialog of a run waits for Wine's desktop process.
+                WaitFor(
+                    "a visible window titled \"Introduzca el PIN paraTarjeta QA\"",
+                    [&] {
+                        dialog_ = FindWindowW(L"#32770", kTitle.c_str());
+                        return dialog_ && IsWindowVisible(dialog_);
+                    },
+                    std::chrono::seconds(40));
+            } catch (const std::exception& error) {
+                throw std::runtime_error(error.what() + WindowsOfTheDialogThread());
+            }
+            // One input state with the dialog's thread: the keyboard focus
+            // and the foreground window can then be set from here.
+            AttachThreadInput(GetCurrentThreadId(), dialogThread_, TRUE);
+            // Input sent before the dialog is active would go elsewhere.
+            WaitFor("the PIN field to have the keyboard", [&] {
+                GUITHREADINFO info{};
+                info.cbSize = sizeof info;
+                return GetGUIThreadInfo(dialogThread_, &info) && info.hwndActive == dialog_ &&
+                       info.hwndFocus == Item(kPin);
             });
             script(*this);
+            WaitFor("the dialog to close", [&] { return !IsWindow(dialog_); });
         } catch (const std::exception& error) {
             ADD_FAILURE() << error.what();
-            EnumThreadWindows(
-                dialogThread_,
-                [](HWND window, LPARAM) {
-                    PostMessageW(window, WM_COMMAND, IDCANCEL, 0);
-                    return TRUE;
-                },
-                0);
+            // Until Login returns: the dialog may still be on its way.
+            while (!loginReturned_) {
+                EnumThreadWindows(
+                    dialogThread_,
+                    [](HWND window, LPARAM) {
+                        PostMessageW(window, WM_COMMAND, IDCANCEL, 0);
+                        return TRUE;
+                    },
+                    0);
+                Sleep(50);
+            }
         }
+    }
+
+    // What the dialog's thread shows instead, for the failure message.
+    std::string WindowsOfTheDialogThread() const {
+        std::string list;
+        EnumThreadWindows(
+            dialogThread_,
+            [](HWND window, LPARAM out) {
+                wchar_t title[128] = {}, name[64] = {};
+                GetWindowTextW(window, title, 128);
+                GetClassNameW(window, name, 64);
+                auto& text = *reinterpret_cast<std::string*>(out);
+                text += "; window class ";
+                for (wchar_t c : std::wstring(name) + L" title " + title) text.push_back(char(c));
+                text += IsWindowVisible(window) ? " (visible)" : " (hidden)";
+                return TRUE;
+            },
+            reinterpret_cast<LPARAM>(&list));
+        return list.empty() ? "; the dialog's thread has no window" : list;
     }
 
     DWORD dialogThread_;
     HWND dialog_ = nullptr;
+    std::atomic<bool> loginReturned_{false};
     std::thread thread_;
 };
 
@@ -277,10 +337,13 @@ bool OnlyAsterisks(const std::wstring& text) {
     return text.find_first_not_of(L'*') == std::wstring::npos;
 }
 
-class PinDialog : public ::testing::Test {
+class Win32PinDialog : public ::testing::Test {
 protected:
     // maxTries: the middleware's tries before the PIN locks.
     void Open(int maxTries) {
+        char display[64] = {};
+        ASSERT_GT(GetEnvironmentVariableA("DISPLAY", display, sizeof display), 0u)
+            << "no X display: run the Windows tests under xvfb-run, as scripts/test.sh does";
         ASSERT_TRUE(SetThreadDesktop(TestDesktop())) << "no desktop for the dialog";
         tokens_.emplace(dir_, std::vector<std::string>{"Tarjeta QA"});
         test_system::SetVariable("QUELMPKCS11_MAX_TRIES", std::to_string(maxTries));
@@ -302,6 +365,7 @@ protected:
         {
             DialogDriver driver(std::move(script));
             status = Login(reinterpret_cast<QUELMKSP_PROVIDER*>(handle_));
+            driver.LoginReturned();
         }
         return status;
     }
@@ -320,7 +384,7 @@ protected:
     NCRYPT_KEY_STORAGE_FUNCTION_TABLE* table_ = nullptr;
 };
 
-TEST_F(PinDialog, WrongPinShowsTheTriesLeftInRedAndTheRightPinLogsIn) {
+TEST_F(Win32PinDialog, WrongPinShowsTheTriesLeftInRedAndTheRightPinLogsIn) {
     ASSERT_NO_FATAL_FAILURE(Open(3));
     SECURITY_STATUS status = LoginWith([](DialogDriver& d) {
         EXPECT_NE(SendMessageW(d.dialog(), WM_GETICON, ICON_BIG, 0), 0);
@@ -330,9 +394,8 @@ TEST_F(PinDialog, WrongPinShowsTheTriesLeftInRedAndTheRightPinLogsIn) {
         EXPECT_EQ(d.Text(kPin), L"****");
         EXPECT_TRUE(IsWindowEnabled(d.Item(IDOK)));
         d.Click(IDOK);
-        d.WaitFor("the tries left", [&] {
-            return d.Text(kStatus) == L"PIN incorrecto. Faltan 2 reintentos";
-        });
+        d.WaitFor("the tries left",
+                  [&] { return d.Text(kStatus) == L"PIN incorrecto. Faltan 2 reintentos"; });
         EXPECT_EQ(d.Text(kPin), L"");
         EXPECT_FALSE(IsWindowEnabled(d.Item(IDOK)));
 
@@ -340,10 +403,14 @@ TEST_F(PinDialog, WrongPinShowsTheTriesLeftInRedAndTheRightPinLogsIn) {
         GetWindowRect(d.dialog(), &dialog);
         GetWindowRect(d.Item(kStatus), &status);
         OffsetRect(&status, -dialog.left, -dialog.top);
-        Image shot;
+        // Painted in full and settled: two captures alike, with the red text.
+        Image shot, previous;
         d.WaitFor("red status text on screen", [&] {
+            RedrawWindow(d.dialog(), nullptr, nullptr,
+                         RDW_INVALIDATE | RDW_ERASE | RDW_ALLCHILDREN | RDW_UPDATENOW);
+            previous = std::move(shot);
             shot = Capture(d.dialog());
-            return shot.RedPixels(status) >= 30;
+            return shot.rgb == previous.rgb && shot.RedPixels(status) >= 30;
         });
         const std::string folder = QUELMKSP_ARTIFACT_DIR;
         std::filesystem::create_directories(WindowsPath(folder));
@@ -356,12 +423,12 @@ TEST_F(PinDialog, WrongPinShowsTheTriesLeftInRedAndTheRightPinLogsIn) {
         d.Type(L"1234", 4);
         d.Click(IDOK);
     });
-    EXPECT_EQ(status, 0);
+    EXPECT_EQ(status, 0) << state_->Log();
     EXPECT_TRUE(LoggedIn());
     EXPECT_EQ(g_pPinManager->pinCacheLock, 0u);
 }
 
-TEST_F(PinDialog, EditsAtTheCaretReachTheTokenInTheirPlace) {
+TEST_F(Win32PinDialog, EditsAtTheCaretReachTheTokenInTheirPlace) {
     ASSERT_NO_FATAL_FAILURE(Open(3));
     SECURITY_STATUS status = LoginWith([](DialogDriver& d) {
         d.Type(L"234", 3);
@@ -381,7 +448,7 @@ TEST_F(PinDialog, EditsAtTheCaretReachTheTokenInTheirPlace) {
     EXPECT_TRUE(LoggedIn());
 }
 
-TEST_F(PinDialog, FieldKeepsNeitherTheCharactersNorASelection) {
+TEST_F(Win32PinDialog, FieldKeepsNeitherTheCharactersNorASelection) {
     ASSERT_NO_FATAL_FAILURE(Open(3));
     SECURITY_STATUS status = LoginWith([](DialogDriver& d) {
         d.Type(L"12", 2);
@@ -396,14 +463,11 @@ TEST_F(PinDialog, FieldKeepsNeitherTheCharactersNorASelection) {
         d.Type(L"abcd", 4);
         // A drag from the end to the start would select all four; the
         // selection collapses to its start instead.
-        d.MouseTo(d.Item(kPin), 0.95);
-        d.Mouse(MOUSEEVENTF_LEFTDOWN);
-        d.MouseTo(d.Item(kPin), 0.02);
-        d.Mouse(MOUSEEVENTF_MOVE);
-        d.WaitFor("the drag to leave the caret at the start and nothing selected", [&] {
-            return d.Selection() == std::make_pair(DWORD{0}, DWORD{0});
-        });
-        d.Mouse(MOUSEEVENTF_LEFTUP);
+        d.Mouse(d.Item(kPin), 0.95, MOUSEEVENTF_LEFTDOWN);
+        d.Mouse(d.Item(kPin), 0.02, 0);
+        d.WaitFor("the drag to leave the caret at the start and nothing selected",
+                  [&] { return d.Selection() == std::make_pair(DWORD{0}, DWORD{0}); });
+        d.Mouse(d.Item(kPin), 0.02, MOUSEEVENTF_LEFTUP);
         EXPECT_EQ(d.Text(kPin), L"****");
         d.Press(VK_ESCAPE);
     });
@@ -412,7 +476,7 @@ TEST_F(PinDialog, FieldKeepsNeitherTheCharactersNorASelection) {
     EXPECT_EQ(g_pPinManager->pinCacheLock, 0u);
 }
 
-TEST_F(PinDialog, LockedPinLeavesOnlyCancelar) {
+TEST_F(Win32PinDialog, LockedPinLeavesOnlyCancelar) {
     ASSERT_NO_FATAL_FAILURE(Open(1));
     SECURITY_STATUS status = LoginWith([](DialogDriver& d) {
         d.Type(L"9999", 4);
@@ -537,8 +601,7 @@ TEST_F(ProviderResources, Dialog121IsLaidOutAsDesigned) {
         controls.push_back(c);
     }
     ASSERT_EQ(controls.size(), expected.size());
-    for (size_t i = 0; i < expected.size(); ++i)
-        EXPECT_EQ(controls[i], expected[i]);
+    for (size_t i = 0; i < expected.size(); ++i) EXPECT_EQ(controls[i], expected[i]);
 }
 
 TEST_F(ProviderResources, IconIsOne256PixelPngAndThePictureIs100By58) {

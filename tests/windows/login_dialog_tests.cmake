@@ -1,5 +1,5 @@
-# The PIN dialog run for real under Wine: it draws windows, so it runs on an
-# X display of its own (Xvfb), which the Wine runner passes on (--display).
+# The PIN dialog run for real under Wine. It draws windows, so CTest runs
+# under Xvfb (scripts/test.sh) and the Wine runner passes the display on.
 add_executable(login_dialog_tests login_dialog_test.cpp)
 target_include_directories(login_dialog_tests PRIVATE ${PROJECT_SOURCE_DIR}/tests)
 # The dialog is looked for in the module that holds the dialog code: here
@@ -11,6 +11,4 @@ target_compile_definitions(login_dialog_tests PRIVATE
     QUELMKSP_DLL_PATH="$<TARGET_FILE:quelmksp>"
     QUELMKSP_ARTIFACT_DIR="${CMAKE_BINARY_DIR}/artifacts")
 add_dependencies(login_dialog_tests quelmksp)
-set_target_properties(login_dialog_tests PROPERTIES CROSSCOMPILING_EMULATOR
-    "xvfb-run;--auto-servernum;--server-args=-screen 0 1024x768x24;${CMAKE_CROSSCOMPILING_EMULATOR};--display")
 gtest_discover_tests(login_dialog_tests DISCOVERY_TIMEOUT 120 PROPERTIES ${WINE_TEST_PROPERTIES})

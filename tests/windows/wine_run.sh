@@ -28,8 +28,9 @@ done
 [ -x "$wine" ] || { echo "wine_run.sh: $wine is missing (install wine64)" >&2; exit 2; }
 
 export WINEPREFIX=$prefix WINEDEBUG=-all WINEARCH=win64
-# No display, and no Mono or Gecko installers: the tests need neither.
-export WINEDLLOVERRIDES="mscoree,mshtml=" DISPLAY=""
+# No Mono or Gecko installers: the tests need neither. The display is the
+# caller's (Xvfb, for the dialog tests) or none.
+export WINEDLLOVERRIDES="mscoree,mshtml=" DISPLAY="${DISPLAY:-}"
 unset WAYLAND_DISPLAY
 
 # Persistent for a while after its last client, so that the next test does
