@@ -18,6 +18,11 @@ inline constexpr size_t kProtectBlockSize = 16;
 bool ProtectMemory(void* data, size_t length, uint32_t* error);
 bool UnprotectMemory(void* data, size_t length, uint32_t* error);
 
+// Keeps pages in memory, or lets them be paged again; false with the
+// platform's error code when the call fails.
+bool LockPages(void* memory, size_t length, uint32_t* error);
+bool UnlockPages(void* memory, size_t length, uint32_t* error);
+
 // The error code that unlocking memory that is not locked reports.
 inline constexpr uint32_t kErrorNotLocked = 158;
 

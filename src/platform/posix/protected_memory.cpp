@@ -71,42 +71,16 @@ bool UnprotectMemory(void* data, size_t length, uint32_t* error) {
     return Transform(data, length, false, error);
 }
 
-bool LockedBlock::Allocate(size_t length) {
-    reset();
-    try {
-        buffer_ = SecureBuffer<uint8_t>(length);
-    } catch (const std::bad_alloc&) {
-        return false;
-    }
-    return true;
+bool LockPages(void* memory, size_t length, uint32_t* error) {
+    if (mlock(memory, length) == 0) return true;
+    *error = static_cast<uint32_t>(errno);
+    return false;
 }
 
-bool LockedBlock::Lock(uint32_t* error) {
-    if (mlock(buffer_.get(), buffer_.size()) != 0) {
-        *error = static_cast<uint32_t>(errno);
-        return false;
-    }
-    locked_ = true;
-    return true;
-}
-
-bool LockedBlock::Unlock(uint32_t* error) {
-    if (!locked_) {
-        *error = kErrorNotLocked;
-        return false;
-    }
-    if (munlock(buffer_.get(), buffer_.size()) != 0) {
-        *error = static_cast<uint32_t>(errno);
-        return false;
-    }
-    locked_ = false;
-    return true;
-}
-
-void LockedBlock::reset() {
-    uint32_t ignored = 0;
-    if (locked_) Unlock(&ignored);
-    buffer_.reset();
+bool UnlockPages(void* memory, size_t length, uint32_t* error) {
+    if (munlock(memory, length) == 0) return true;
+    *error = static_cast<uint32_t>(errno);
+    return false;
 }
 
 bool RandomSource::Acquire(uint32_t*) {

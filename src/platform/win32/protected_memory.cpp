@@ -21,38 +21,16 @@ bool UnprotectMemory(void* data, size_t length, uint32_t* error) {
     return false;
 }
 
-bool LockedBlock::Allocate(size_t length) {
-    reset();
-    try {
-        buffer_ = SecureBuffer<uint8_t>(length);
-    } catch (const std::bad_alloc&) {
-        return false;
-    }
-    return true;
+bool LockPages(void* memory, size_t length, uint32_t* error) {
+    if (VirtualLock(memory, length)) return true;
+    *error = GetLastError();
+    return false;
 }
 
-bool LockedBlock::Lock(uint32_t* error) {
-    if (!VirtualLock(buffer_.get(), buffer_.size())) {
-        *error = GetLastError();
-        return false;
-    }
-    locked_ = true;
-    return true;
-}
-
-bool LockedBlock::Unlock(uint32_t* error) {
-    if (!VirtualUnlock(buffer_.get(), buffer_.size())) {
-        *error = GetLastError();
-        return false;
-    }
-    locked_ = false;
-    return true;
-}
-
-void LockedBlock::reset() {
-    uint32_t ignored = 0;
-    if (locked_) Unlock(&ignored);
-    buffer_.reset();
+bool UnlockPages(void* memory, size_t length, uint32_t* error) {
+    if (VirtualUnlock(memory, length)) return true;
+    *error = GetLastError();
+    return false;
 }
 
 bool RandomSource::Acquire(uint32_t* error) {
