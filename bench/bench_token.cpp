@@ -29,7 +29,8 @@ constexpr const char16_t* kProviderName = u"Velmora KSP v4.5";
 World* g_world = nullptr;
 
 void Check(CK_RV rv, const char* call) {
-    if (rv != CKR_OK) throw std::runtime_error(std::string(call) + " failed: " + std::to_string(rv));
+    if (rv != CKR_OK)
+        throw std::runtime_error(std::string(call) + " failed: " + std::to_string(rv));
 }
 
 void Run(std::vector<std::string> arguments) {
@@ -294,7 +295,8 @@ ProviderCopy World::LoadProvider(bool ownNamespace) {
                        ? dlmopen(LM_ID_NEWLM, QUELMKSP_PROVIDER_PATH, RTLD_NOW | RTLD_LOCAL)
                        : dlopen(QUELMKSP_PROVIDER_PATH, RTLD_NOW | RTLD_LOCAL);
     if (!handle) throw std::runtime_error(dlerror());
-    auto entry = reinterpret_cast<GetKeyStorageInterfaceFn>(dlsym(handle, "GetKeyStorageInterface"));
+    auto entry =
+        reinterpret_cast<GetKeyStorageInterfaceFn>(dlsym(handle, "GetKeyStorageInterface"));
     ProviderCopy copy;
     if (!entry || entry(kProviderName, &copy.table, 0) != 0)
         throw std::runtime_error("GetKeyStorageInterface failed");
@@ -307,8 +309,8 @@ ProviderCopy World::LoadProvider(bool ownNamespace) {
         throw std::runtime_error("the provider cannot open the first key");
     uint8_t hash[32] = {};
     DWORD length = 0;
-    SECURITY_STATUS status = copy.table->SignHash(provider, key, nullptr, hash, sizeof hash,
-                                                  nullptr, 0, &length, 0);
+    SECURITY_STATUS status =
+        copy.table->SignHash(provider, key, nullptr, hash, sizeof hash, nullptr, 0, &length, 0);
     copy.table->FreeKey(provider, key);
     copy.table->FreeProvider(provider);
     if (status != 0) throw std::runtime_error("the provider's first login failed");

@@ -24,9 +24,8 @@ using Clock = std::chrono::steady_clock;
 constexpr uint8_t kHash[32] = {0xe3, 0xb0, 0xc4, 0x42, 0x98, 0xfc, 0x1c, 0x14, 0x9a, 0xfb, 0xf4,
                                0xc8, 0x99, 0x6f, 0xb9, 0x24, 0x27, 0xae, 0x41, 0xe4, 0x64, 0x9b,
                                0x93, 0x4c, 0xa4, 0x95, 0x99, 0x1b, 0x78, 0x52, 0xb8, 0x55};
-constexpr uint8_t kSha256Prefix[19] = {0x30, 0x31, 0x30, 0x0d, 0x06, 0x09, 0x60,
-                                       0x86, 0x48, 0x01, 0x65, 0x03, 0x04, 0x02,
-                                       0x01, 0x05, 0x00, 0x04, 0x20};
+constexpr uint8_t kSha256Prefix[19] = {0x30, 0x31, 0x30, 0x0d, 0x06, 0x09, 0x60, 0x86, 0x48, 0x01,
+                                       0x65, 0x03, 0x04, 0x02, 0x01, 0x05, 0x00, 0x04, 0x20};
 constexpr size_t kSignatureBytes = World::kBits / 8;
 
 std::vector<uint8_t> DigestInfo() {
@@ -142,7 +141,8 @@ bool RawListBuild(const bench::RawToken& token) {
                                  {CKA_CLASS, &objectClass, sizeof objectClass}};
         CK_ULONG count = 0;
         if (f.C_FindObjectsInit(s, search, 2) != CKR_OK ||
-            f.C_FindObjects(s, nullptr, 1000, &count) != CKR_OK || f.C_FindObjectsFinal(s) != CKR_OK)
+            f.C_FindObjects(s, nullptr, 1000, &count) != CKR_OK ||
+            f.C_FindObjectsFinal(s) != CKR_OK)
             return false;
         std::vector<CK_OBJECT_HANDLE> objects(count);
         CK_ULONG fetched = 0;
@@ -215,8 +215,8 @@ void BM_LoggingOnOff(benchmark::State& state) {
     auto on = state.counters.find("logging_on_us");
     auto off = state.counters.find("logging_off_us");
     if (on != state.counters.end() && off != state.counters.end())
-        state.counters["added_us"] = on->second.value / state.iterations() -
-                                     off->second.value / state.iterations();
+        state.counters["added_us"] =
+            on->second.value / state.iterations() - off->second.value / state.iterations();
 }
 
 // Signatures per second with one thread, then with two, each thread with a
@@ -310,15 +310,14 @@ void BM_OpenKeyLater(benchmark::State& state) {
     std::u16string name = World::KeyName(world.pairs() - 1);
     std::string id = World::KeyId(world.pairs() - 1);
     if (!opened.ok()) return state.SkipWithError("OpenKey failed");
-    Race(state, {{"provider",
-                  [&] {
-                      NCRYPT_KEY_HANDLE key = 0;
-                      return table.OpenKey(opened.provider_, &key, name.c_str(), 0, 0) == 0 &&
-                             table.FreeKey(opened.provider_, key) == 0;
-                  }},
-                 {"middleware", [&] {
-                      return raw.FindById(raw.session, CKO_PRIVATE_KEY, id) != 0;
-                  }}});
+    Race(state,
+         {{"provider",
+           [&] {
+               NCRYPT_KEY_HANDLE key = 0;
+               return table.OpenKey(opened.provider_, &key, name.c_str(), 0, 0) == 0 &&
+                      table.FreeKey(opened.provider_, key) == 0;
+           }},
+          {"middleware", [&] { return raw.FindById(raw.session, CKO_PRIVATE_KEY, id) != 0; }}});
 }
 
 void BM_OpenKeyFirst(benchmark::State& state) {
@@ -359,9 +358,9 @@ void BM_EnumKeys(benchmark::State& state) {
     world.EnsurePairs(pairs);
     OpenedKey opened(world.provider());
     if (!opened.ok()) return state.SkipWithError("OpenKey failed");
-    Race(state, {{"provider",
-                  [&] { return ProviderEnumKeys(world.provider(), opened.provider_, pairs); }},
-                 {"middleware", [&] { return RawListBuild(world.middleware()); }}});
+    Race(state,
+         {{"provider", [&] { return ProviderEnumKeys(world.provider(), opened.provider_, pairs); }},
+          {"middleware", [&] { return RawListBuild(world.middleware()); }}});
     auto provider = state.counters.find("provider_us");
     auto raw = state.counters.find("middleware_us");
     if (provider != state.counters.end() && raw != state.counters.end())
