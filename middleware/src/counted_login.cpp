@@ -63,6 +63,16 @@ CK_RV counted_login(Module& module, CK_SESSION_HANDLE session, CK_USER_TYPE user
     if (user != CKU_USER && user != CKU_CONTEXT_SPECIFIC) {
         return backend.C_Login(session, user, pin, pin_len);
     }
+    // A session that is already logged in as the user gets the backend's answer for it without
+    // a PIN try: nothing can be counted, so the counter file is not needed.
+    if (user == CKU_USER && pin) {
+        CK_SESSION_INFO session_info{};
+        if (backend.C_GetSessionInfo(session, &session_info) == CKR_OK &&
+            (session_info.state == CKS_RO_USER_FUNCTIONS ||
+             session_info.state == CKS_RW_USER_FUNCTIONS)) {
+            return CKR_USER_ALREADY_LOGGED_IN;
+        }
+    }
     return count_pin_try(module, session, entry,
                          [&] { return backend.C_Login(session, user, pin, pin_len); });
 }
@@ -85,7 +95,7 @@ void apply_counter_flags(const Module& module, CK_TOKEN_INFO& info) {
     if (!(info.flags & CKF_TOKEN_INITIALIZED)) return;
     unsigned failures = 0;
     try {
-        const auto counters = module.counters.read();
+        const auto counters = module.counters.read_current();
         const auto found = counters.find(token_key(info));
         if (found != counters.end()) failures = found->second;
     } catch (const StateError& error) {
