@@ -7,6 +7,7 @@
 // of a later edit in the same clock tick.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <map>
@@ -49,7 +50,7 @@ private:
     std::string path_;
     Identity identity_;
     std::map<std::pair<std::u16string, std::u16string>, Lookup> lookups_;
-    uint64_t parses_ = 0;
+    std::atomic<uint64_t> parses_{0};
 };
 
 }  // namespace platform::regfile
