@@ -148,7 +148,7 @@ TEST_F(KeyImport, APublicKeyWithoutANameIsASessionObjectMadeWithoutThePin) {
     NCRYPT_KEY_HANDLE key = 0;
     ASSERT_EQ(Import(WIDE("RSAPUBLICBLOB"), kRsaPublicBlob, &key), 0);
     EXPECT_EQ(script_->runs, 0);
-    QUELMKSP_KEY& record = *KeyFromHandle(key);
+    QUELMKSP_KEY& record = *KeyRecord(key);
     EXPECT_EQ(record.fFinished, 1u);
     EXPECT_EQ(record.hPrivateKey, 0u);
     EXPECT_EQ(SessionAttribute(record.hPublicKey, CKA_TOKEN), Bytes{CK_FALSE});
@@ -170,7 +170,7 @@ TEST_F(KeyImport, APublicKeyWithANameIsATokenObjectAndTheSessionIsLoggedOut) {
     ASSERT_EQ(Import(WIDE("RSAPUBLICBLOB"), kRsaPublicBlob, &key, &names.desc), 0);
     EXPECT_EQ(script_->runs, 1) << "a named public key asks for the PIN";
     EXPECT_FALSE(LoggedIn()) << "an import leaves the session logged out";
-    QUELMKSP_KEY& record = *KeyFromHandle(key);
+    QUELMKSP_KEY& record = *KeyRecord(key);
     EXPECT_EQ(platform::WideString(record.KeyName()), WIDE("imported"));
     TokenObjects token(*g_pCryptoki);
     std::string label = "imported";
@@ -189,7 +189,7 @@ TEST_F(KeyImport, APrivateKeySignsAsTheOriginalKey) {
     EXPECT_TRUE(Logged("Finalizing key..."));
     EXPECT_TRUE(Logged("Key is imported"));
     EXPECT_FALSE(LoggedIn());
-    QUELMKSP_KEY& record = *KeyFromHandle(key);
+    QUELMKSP_KEY& record = *KeyRecord(key);
     EXPECT_EQ(record.fFinished, 1u);
     TokenObjects token(*g_pCryptoki);
     Bytes id = token.Attribute(record.hPrivateKey, CKA_ID);
@@ -242,7 +242,7 @@ TEST_F(KeyImport, AnEncryptedBlobIsDecryptedOnTheTokenWithoutALogin) {
 
     NCRYPT_KEY_HANDLE key = 0;
     ASSERT_EQ(Import(WIDE("RSAPUBLICBLOB"), wrapped, &key, nullptr, 0, wrapper), 0);
-    EXPECT_EQ(SessionAttribute(KeyFromHandle(key)->hPublicKey, CKA_MODULUS),
+    EXPECT_EQ(SessionAttribute(KeyRecord(key)->hPublicKey, CKA_MODULUS),
               Bytes(kRsaPublicBlob.begin() + 27, kRsaPublicBlob.end()));
     EXPECT_FALSE(LoggedIn());
 
