@@ -27,6 +27,7 @@ TraceFrame::TraceFrame(DebugClass& log, std::string_view function,
 }
 
 TraceFrame::~TraceFrame() {
+    if (!writeExit_) return;
     try {
         if (exitShowsStatus_)
             log_.WriteHex(exitLabel_, static_cast<uint32_t>(status_));

@@ -82,11 +82,18 @@ public:
         exitShowsStatus_ = false;
     }
 
+    // A few failures leave the operation without its exit lines.
+    int32_t ExitWithoutTrace(int32_t status) {
+        writeExit_ = false;
+        return Exit(status);
+    }
+
     DebugClass& log() { return log_; }
 
 private:
     DebugClass& log_;
     std::string exitLabel_;
     bool exitShowsStatus_ = true;
+    bool writeExit_ = true;
     int32_t status_;
 };

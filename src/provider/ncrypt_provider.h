@@ -17,6 +17,10 @@
 #define WIN32_LEAN_AND_MEAN
 #endif
 #include <windows.h>
+// The platform's own CNG types and constants, which the certificate
+// functions' headers bring in too; only what they lack is defined below.
+#include <bcrypt.h>
+#include <ncrypt.h>
 // Repeating a typedef of the same type is harmless where the SDK has one.
 typedef LONG NTSTATUS;
 #define QKSP_TEXT(s) L##s
@@ -46,6 +50,10 @@ typedef WCHAR* LPWSTR;
 extern "C" {
 #endif
 
+#define NCRYPT_KEY_STORAGE_INTERFACE_VERSION_MAJOR 1
+#define NCRYPT_KEY_STORAGE_INTERFACE_VERSION_MINOR 0
+
+#ifndef _WIN32
 typedef LONG SECURITY_STATUS;
 typedef ULONG_PTR NCRYPT_HANDLE;
 typedef ULONG_PTR NCRYPT_PROV_HANDLE;
@@ -56,9 +64,6 @@ typedef struct _BCRYPT_INTERFACE_VERSION {
     USHORT MajorVersion;
     USHORT MinorVersion;
 } BCRYPT_INTERFACE_VERSION;
-
-#define NCRYPT_KEY_STORAGE_INTERFACE_VERSION_MAJOR 1
-#define NCRYPT_KEY_STORAGE_INTERFACE_VERSION_MINOR 0
 
 typedef struct _NCryptAlgorithmName {
     LPWSTR pszName;
@@ -101,6 +106,7 @@ typedef struct _NCRYPT_SUPPORTED_LENGTHS {
     DWORD dwIncrement;
     DWORD dwDefaultLength;
 } NCRYPT_SUPPORTED_LENGTHS;
+#endif  // the types the platform defines
 
 typedef SECURITY_STATUS(WINAPI* NCryptOpenProviderFn)(NCRYPT_PROV_HANDLE* phProvider,
                                                       LPCWSTR pszProviderName, DWORD dwFlags);
@@ -283,7 +289,8 @@ static_assert(sizeof(BCRYPT_RSAKEY_BLOB) == 24, "RSA key blob header");
 // as SCARD_W_CANCELLED_BY_USER.
 #define SCARD_E_CANCELLED_BY_USER SCARD_W_CANCELLED_BY_USER
 
-// Flags.
+// Flags, names and sizes, as the platform's CNG headers define them.
+#ifndef _WIN32
 #define NCRYPT_NO_PADDING_FLAG 0x00000001
 #define NCRYPT_PAD_PKCS1_FLAG 0x00000002
 #define NCRYPT_PAD_OAEP_FLAG 0x00000004
@@ -356,6 +363,7 @@ static_assert(sizeof(BCRYPT_RSAKEY_BLOB) == 24, "RSA key blob header");
 #define NCRYPT_RSA_ALGORITHM QKSP_TEXT("RSA")
 #define BCRYPT_RSAPUBLIC_BLOB QKSP_TEXT("RSAPUBLICBLOB")
 #define BCRYPT_RSAPRIVATE_BLOB QKSP_TEXT("RSAPRIVATEBLOB")
+#endif
 
 // The 27 entry points that the provider exports.
 #ifdef __cplusplus

@@ -6,18 +6,6 @@
 
 namespace quelmksp {
 
-SECURITY_STATUS CreatePersistedKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE* phKey,
-                                   LPCWSTR pszAlgId, LPCWSTR pszKeyName, DWORD dwLegacyKeySpec,
-                                   DWORD dwFlags) {
-    OperationFrame frame("QUELMKSPCreatePersistedKey", {{"hProvider", hProvider},
-                                                        {"phKey", phKey},
-                                                        {"pszAlgId", pszAlgId},
-                                                        {"pszKeyName", pszKeyName},
-                                                        {"dwLegacyKeySpec", dwLegacyKeySpec},
-                                                        {"dwFlags", dwFlags}});
-    return frame.Exit(NTE_NOT_SUPPORTED);
-}
-
 SECURITY_STATUS GetProviderProperty(NCRYPT_PROV_HANDLE hProvider, LPCWSTR pszProperty,
                                     PBYTE pbOutput, DWORD cbOutput, DWORD* pcbResult,
                                     DWORD dwFlags) {
@@ -27,19 +15,6 @@ SECURITY_STATUS GetProviderProperty(NCRYPT_PROV_HANDLE hProvider, LPCWSTR pszPro
                                                          {"cbOutput", cbOutput},
                                                          {"pcbResult", pcbResult},
                                                          {"dwFlags", dwFlags}});
-    return frame.Exit(NTE_NOT_SUPPORTED);
-}
-
-SECURITY_STATUS GetKeyProperty(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey,
-                               LPCWSTR pszProperty, PBYTE pbOutput, DWORD cbOutput,
-                               DWORD* pcbResult, DWORD dwFlags) {
-    OperationFrame frame("QUELMKSPGetKeyProperty", {{"hProvider", hProvider},
-                                                    {"hKey", hKey},
-                                                    {"pszProperty", pszProperty},
-                                                    {"pbOutput", pbOutput},
-                                                    {"cbOutput", cbOutput},
-                                                    {"pcbResult", pcbResult},
-                                                    {"dwFlags", dwFlags}});
     return frame.Exit(NTE_NOT_SUPPORTED);
 }
 
@@ -53,29 +28,6 @@ SECURITY_STATUS SetProviderProperty(NCRYPT_PROV_HANDLE hProvider, LPCWSTR pszPro
     return frame.Exit(NTE_NOT_SUPPORTED);
 }
 
-SECURITY_STATUS SetKeyProperty(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey,
-                               LPCWSTR pszProperty, PBYTE pbInput, DWORD cbInput, DWORD dwFlags) {
-    OperationFrame frame("QUELMKSPSetKeyProperty", {{"hProvider", hProvider},
-                                                    {"hKey", hKey},
-                                                    {"pszProperty", pszProperty},
-                                                    {"pbInput", pbInput},
-                                                    {"cbInput", cbInput},
-                                                    {"dwFlags", dwFlags}});
-    return frame.Exit(NTE_NOT_SUPPORTED);
-}
-
-SECURITY_STATUS FinalizeKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey, DWORD dwFlags) {
-    OperationFrame frame("QUELMKSPFinalizeKey",
-                         {{"hProvider", hProvider}, {"hKey", hKey}, {"dwFlags", dwFlags}});
-    return frame.Exit(NTE_NOT_SUPPORTED);
-}
-
-SECURITY_STATUS DeleteKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey, DWORD dwFlags) {
-    OperationFrame frame("QUELMKSPDeleteKey",
-                         {{"hProvider", hProvider}, {"hKey", hKey}, {"dwFlags", dwFlags}});
-    return frame.Exit(NTE_NOT_SUPPORTED);
-}
-
 SECURITY_STATUS ImportKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hImportKey,
                           LPCWSTR pszBlobType, NCryptBufferDesc* pParameterList,
                           NCRYPT_KEY_HANDLE* phKey, PBYTE pbData, DWORD cbData, DWORD dwFlags) {
@@ -86,22 +38,6 @@ SECURITY_STATUS ImportKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hImpor
                                                {"phKey", phKey},
                                                {"pbData", pbData},
                                                {"cbData", cbData},
-                                               {"dwFlags", dwFlags}});
-    return frame.Exit(NTE_NOT_SUPPORTED);
-}
-
-SECURITY_STATUS ExportKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey,
-                          NCRYPT_KEY_HANDLE hExportKey, LPCWSTR pszBlobType,
-                          NCryptBufferDesc* pParameterList, PBYTE pbOutput, DWORD cbOutput,
-                          DWORD* pcbResult, DWORD dwFlags) {
-    OperationFrame frame("QUELMKSPExportKey", {{"hProvider", hProvider},
-                                               {"hKey", hKey},
-                                               {"hExportKey", hExportKey},
-                                               {"pszBlobType", pszBlobType},
-                                               {"pParameterList", pParameterList},
-                                               {"pbOutput", pbOutput},
-                                               {"cbOutput", cbOutput},
-                                               {"pcbResult", pcbResult},
                                                {"dwFlags", dwFlags}});
     return frame.Exit(NTE_NOT_SUPPORTED);
 }

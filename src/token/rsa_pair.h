@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/wide_string.h"
 #include "token/cryptoki_object.h"
 #include "token/key_components.h"
 
@@ -11,6 +12,20 @@ public:
 
     RSAPair() = default;
     ~RSAPair() override;
+
+    // Sets the attribute values of a newly generated pair: a token pair of
+    // a modifiable private key that may sign and decrypt and a public key
+    // that may verify and encrypt. Session, binding, length and bToken are
+    // the caller's to set.
+    void SetGenerationDefaults();
+
+    // Generates the pair on the token under a fresh random CKA_ID, with the
+    // label when one is given. A status; the new handles on success.
+    int32_t GenerateKeyPair(const char* label);
+
+    // Finds the public and the private key object labelled with the name.
+    // NTE_EXISTS when both exist, NTE_NOT_FOUND, or a failure status.
+    int32_t FindKeyPairByLabel(const platform::WideChar* keyName);
 
     // The token operations of a pair, with CKM_RSA_PKCS. Each returns a
     // status; a length pointer carries the buffer's size in and the token's

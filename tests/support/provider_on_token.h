@@ -27,7 +27,7 @@ protected:
     void OpenOn(const std::vector<std::string>& labels, const std::string& slotNames = "") {
         tokens_.emplace(dir_, labels);
         if (!slotNames.empty()) SoftHsmTokens::NameSlots(slotNames);
-        state_.emplace(dir_, Aliases(), QUELMPKCS11_PATH);
+        state_.emplace(dir_, Aliases() + extraRegistry_, QUELMPKCS11_PATH);
         ASSERT_NE(g_pCryptoki, nullptr) << g_bindingError;
         ASSERT_EQ(GetKeyStorageInterface(WIDE("Velmora KSP v4.5"), &table_, 0), 0);
         ASSERT_EQ(table_->OpenProvider(&provider_, WIDE("Velmora KSP v4.5"), NCRYPT_SILENT_FLAG),
@@ -45,6 +45,9 @@ protected:
     std::vector<std::string> LogLines() const { return state_->LogLines(); }
     void ClearLog() const { state_->ClearLog(); }
 
+    // Values of the provider's registry key beyond its aliases, set before
+    // the provider is opened.
+    std::string extraRegistry_;
     TempDir dir_;
     std::optional<SoftHsmTokens> tokens_;
     std::optional<FreshProviderState> state_;

@@ -74,6 +74,42 @@ public:
         return pair;
     }
 
+    // An attribute's bytes, read as any other application reads them.
+    Bytes Attribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type) {
+        CK_ATTRIBUTE attribute = {type, nullptr, 0};
+        Check(token_.C_GetAttributeValue(session_, object, &attribute, 1), "C_GetAttributeValue");
+        Bytes value(attribute.ulValueLen);
+        attribute.pValue = value.data();
+        Check(token_.C_GetAttributeValue(session_, object, &attribute, 1), "C_GetAttributeValue");
+        return value;
+    }
+    CK_ULONG UlongAttribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type) {
+        CK_ULONG value = 0;
+        CK_ATTRIBUTE attribute = {type, &value, sizeof value};
+        Check(token_.C_GetAttributeValue(session_, object, &attribute, 1), "C_GetAttributeValue");
+        return value;
+    }
+    bool BoolAttribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type) {
+        return Attribute(object, type) == Bytes{CK_TRUE};
+    }
+
+    // The token objects of a class, optionally only those with the label.
+    std::vector<CK_OBJECT_HANDLE> Find(CK_OBJECT_CLASS objectClass,
+                                       const std::string* label = nullptr) {
+        std::string labelCopy = label ? *label : std::string();
+        CK_ATTRIBUTE search[] = {
+            {CKA_CLASS, &objectClass, sizeof objectClass},
+            {CKA_LABEL, labelCopy.data(), static_cast<CK_ULONG>(labelCopy.size())}};
+        Check(token_.C_FindObjectsInit(session_, search, label ? 2 : 1), "C_FindObjectsInit");
+        std::vector<CK_OBJECT_HANDLE> found(64);
+        CK_ULONG count = 0;
+        CK_RV rv = token_.C_FindObjects(session_, found.data(), found.size(), &count);
+        token_.C_FindObjectsFinal(session_);
+        Check(rv, "C_FindObjects");
+        found.resize(count);
+        return found;
+    }
+
     void Destroy(CK_OBJECT_HANDLE object) {
         Check(token_.C_DestroyObject(session_, object), "C_DestroyObject");
     }

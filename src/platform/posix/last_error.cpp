@@ -1,17 +1,16 @@
 #include "platform/last_error.h"
 
+#include "platform/posix/certificates/quelmcert.h"
+
 namespace platform {
-namespace {
 
-thread_local uint32_t t_lastError = 0;
-
-}  // namespace
-
+// libquelmcert holds the value, so that every module of the process sees the
+// same one per thread, as with Windows' own.
 void SetLastError(uint32_t error) {
-    t_lastError = error;
+    ::SetLastError(error);
 }
 uint32_t GetLastError() {
-    return t_lastError;
+    return ::GetLastError();
 }
 
 }  // namespace platform
