@@ -6,9 +6,7 @@
 
 #include "client_error.h"
 
-namespace {
-
-const char* NameOf(HashAlgorithm algorithm) {
+std::string HashName(HashAlgorithm algorithm) {
     switch (algorithm) {
         case HashAlgorithm::kMd5:
             return "md5";
@@ -24,13 +22,15 @@ const char* NameOf(HashAlgorithm algorithm) {
     return "";
 }
 
+namespace {
+
 // "md5, sha1 or sha256"
 std::string ListOf(std::initializer_list<HashAlgorithm> offered) {
     std::string list;
     size_t index = 0;
     for (HashAlgorithm algorithm : offered) {
         if (index > 0) list += index + 1 == offered.size() ? " or " : ", ";
-        list += NameOf(algorithm);
+        list += HashName(algorithm);
         ++index;
     }
     return list;
@@ -40,11 +40,11 @@ std::string ListOf(std::initializer_list<HashAlgorithm> offered) {
 
 HashAlgorithm HashOption(const ParsedCommand& parsed, std::initializer_list<HashAlgorithm> offered,
                          HashAlgorithm fallback) {
-    std::string name = parsed.Value("--hash", NameOf(fallback));
+    std::string name = parsed.Value("--hash", HashName(fallback));
     std::transform(name.begin(), name.end(), name.begin(),
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     for (HashAlgorithm algorithm : offered)
-        if (name == NameOf(algorithm)) return algorithm;
+        if (name == HashName(algorithm)) return algorithm;
     throw UsageError("unknown hash '" + parsed.Value("--hash", "") + "': use " + ListOf(offered));
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <initializer_list>
+#include <string>
 
 #include "command_line.h"
 #include "hashing.h"
@@ -16,6 +17,9 @@ inline constexpr std::initializer_list<HashAlgorithm> kSignatureHashes = {
 HashAlgorithm HashOption(const ParsedCommand& parsed,
                          std::initializer_list<HashAlgorithm> offered = kSignatureHashes,
                          HashAlgorithm fallback = HashAlgorithm::kSha256);
+
+// "sha256" and so on.
+std::string HashName(HashAlgorithm algorithm);
 
 // The algorithm's CNG identifier, as a caller puts it in the padding
 // information of a PKCS#1 signature.

@@ -45,7 +45,12 @@ struct Pkcs1PaddingInfo {
     LPCWSTR pszAlgId;
 };
 
-// The token's PKCS#1 v1.5 signature of a bare hash with the command's key.
-// Throws ClientError.
+// The token's PKCS#1 v1.5 signature of a bare hash with the command's key,
+// or the status of the call that failed.
+SECURITY_STATUS TrySignHashOnToken(const KeyCommand& command, HashAlgorithm algorithm,
+                                   const std::vector<uint8_t>& hash,
+                                   std::vector<uint8_t>* signature);
+
+// The same, throwing ClientError.
 std::vector<uint8_t> SignHashOnToken(const KeyCommand& command, HashAlgorithm algorithm,
                                      const std::vector<uint8_t>& hash);

@@ -11,6 +11,7 @@
 #include "exit_codes.h"
 #include "hash_option.h"
 #include "key_command.h"
+#include "status_messages.h"
 
 namespace {
 
@@ -55,7 +56,14 @@ int RunReq(const Invocation& invocation) {
     KeyCommand command(invocation, parsed);
     SecretBytes pem =
         request.SignedPem(PublicKeyOf(command.keyRef()), [&](const std::vector<uint8_t>& hash) {
-            return SignHashOnToken(command, algorithm, hash);
+            std::vector<uint8_t> signature;
+            SECURITY_STATUS status = TrySignHashOnToken(command, algorithm, hash, &signature);
+            // The provider signs a bare hash of the lengths it knows only.
+            if (status == NTE_INVALID_PARAMETER)
+                ThrowStatus(status, "the provider does not sign " + HashName(algorithm) +
+                                        " hashes; try another --hash");
+            command.Check(status, "signing");
+            return signature;
         });
     WriteOutput(parsed.Value("-o", "-"), pem.data(), pem.size());
     return exit_code::kOk;
