@@ -54,11 +54,22 @@ cmp -s "$work/out" "$work/message" || fail "a key made for signing does not decr
 echo 1234 | run 0 sign "$second" --pin-stdin "$work/message"
 keygen 01 outside
 run 0 keys --long
-grep -qE "^[^ ]+ +$first +1024 +[a-z,]+ +CN=first, O=Velmora$" "$work/out" || fail "first listed"
-grep -qE "^[^ ]+ +$second +512 +[a-z,]+ +CN=first, O=Velmora$" "$work/out" ||
-    fail "second listed"
+grep -qE " $first +1024 +[a-z,]+ +CN=first, O=Velmora$" "$work/out" || fail "first listed"
+grep -qE " $second +512 +[a-z,]+ +CN=first, O=Velmora$" "$work/out" || fail "second listed"
 grep -qE '^\\x01 +01 +1024 +[a-z,]+ +-$' "$work/out" || fail "outside key listed"
-columns=$(awk '{ print index($0, $3) }' "$work/out" | sort -u | wc -l)
-[ "$columns" -eq 1 ] || fail "keys --long columns not aligned: $(cat "$work/out")"
+# column_at KEY TEXT: where TEXT starts, in characters, on the row of the key
+# whose hexadecimal name is KEY (HEX for the heading).
+column_at() {
+    local LC_ALL=C.UTF-8 line prefix
+    line=$(grep -F -- " $1 " "$work/out")
+    prefix=${line%%" $2"*}
+    echo $((${#prefix} + 1))
+}
+for row in "HEX SUBJECT" "$first CN=first" "$second CN=first" "01 -"; do
+    read -r hex subject <<< "$row"
+    [ "$(column_at "$hex" "$hex")" -eq "$(column_at HEX HEX)" ] &&
+        [ "$(column_at "$hex" "$subject")" -eq "$(column_at HEX SUBJECT)" ] ||
+        fail "keys --long columns not aligned: $(cat "$work/out")"
+done
 expect_handles_freed
 echo "certificates: all checks passed"

@@ -61,14 +61,15 @@ run() {
     [ "$status" -eq "$expected" ] || fail "quelmksp $* exited $status, expected $expected"
 }
 
-# Every provider and key the client opened, on whatever path, it freed: the
-# provider's log has one free for each open.
+# Every provider and key the client opened or created, on whatever path, it
+# freed: the provider's log has one free for each.
 expect_handles_freed() {
     local opened freed
     opened=$(grep -c "^Provider handle retrieved" "$log" || true)
     freed=$(grep -c "^QUELMKSPFreeProvider - Exit: 0x00000000" "$log" || true)
     [ "$opened" -gt 0 ] && [ "$opened" -eq "$freed" ] || fail "$opened providers opened, $freed freed"
-    opened=$(grep -c "^Key opened" "$log" || true)
+    opened=$(grep -c -e "^Key opened" -e "^QUELMKSPCreatePersistedKey - Exit: 0x00000000" \
+        "$log" || true)
     freed=$(grep -c "^QUELMKSPFreeKey - Exit: 0x00000000" "$log" || true)
     [ "$opened" -eq "$freed" ] || fail "$opened keys opened, $freed freed"
 }
