@@ -78,7 +78,8 @@ echo "$pin" | "$quelmksp" req "$key" --subject "/CN=Velmora Demo User/O=Velmora 
 show openssl req -in demo/user.csr -verify -noout -subject
 
 step "A demo CA (made with OpenSSL) issues the certificate"
-show openssl req -x509 -newkey rsa:2048 -nodes -keyout demo/ca.key -out demo/ca.pem -days 30 \
+show openssl genpkey -algorithm RSA -pkeyopt rsa_keygen_bits:2048 -quiet -out demo/ca.key
+show openssl req -x509 -key demo/ca.key -out demo/ca.pem -days 30 \
     -subj "/CN=Velmora Demo CA/O=Velmora Ltd./C=ES" \
     -addext "basicConstraints=critical,CA:TRUE" -addext "keyUsage=critical,keyCertSign,cRLSign"
 printf 'keyUsage=critical,digitalSignature,keyEncipherment\nextendedKeyUsage=clientAuth\n' \
