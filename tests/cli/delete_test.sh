@@ -50,9 +50,12 @@ expect_err "NTE_BAD_KEYSET: no key named '$kept'"
 pkcs11-tool --module "$module" --list-objects --type cert 2>/dev/null | grep -q "Certificate" ||
     fail "the deleted key's certificate went too"
 
-# A length the provider does not make.
+# A length the provider does not make, and a registry without the default.
 echo 1234 | run 3 create odd --length 1000 --pin-stdin
 expect_err "no 1000-bit keys (512 to 4096 bits in steps of 512)"
+grep -v "Default Key Length" "$QUELMKSP_REGISTRY" > "$work/no-length.reg"
+echo 1234 | QUELMKSP_REGISTRY="$work/no-length.reg" run 3 create odd --length 1024 --pin-stdin
+expect_err "the provider needs the registry value \"Default Key Length\""
 
 # A long generation on a terminal shows its progress on stderr and wipes
 # it; one that ends within the indicator's first 0.3 s shows nothing, so

@@ -113,6 +113,12 @@ int RunCreate(const Invocation& invocation) {
         throw ClientError(exit_code::kExists,
                           StatusMessage(status, "a key pair labelled '" + label +
                                                     "' is on the token; --overwrite replaces it"));
+    // The provider reads the default length when it creates the key, even
+    // when --length follows, and fails without it.
+    if (status == NTE_INTERNAL_ERROR)
+        ThrowStatus(status,
+                    "key creation failed; the provider needs the registry value "
+                    "\"Default Key Length\", and its log has the details");
     command.Check(status, "key creation");
     if (length) {
         SetDword(command, NCRYPT_LENGTH_PROPERTY, *length, &status);
