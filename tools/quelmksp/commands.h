@@ -23,3 +23,6 @@ int RunReq(const Invocation& invocation);
 int RunCertPut(const Invocation& invocation);
 int RunCertGet(const Invocation& invocation);
 int RunDelete(const Invocation& invocation);
+int RunImport(const Invocation& invocation);
+int RunWrap(const Invocation& invocation);
+int RunCerts(const Invocation& invocation);

@@ -6,14 +6,15 @@
 #include "diag/status_names.h"
 #include "exit_codes.h"
 #include "provider_client.h"
+#include "provider_properties.h"
 
 namespace {
 
 const CommandSyntax kSyntax{"info",
                             "usage: quelmksp info\n"
                             "\n"
-                            "Loads the provider, shows its function table, and opens and frees\n"
-                            "a provider on the token.\n",
+                            "Loads the provider, shows its function table, opens a provider on\n"
+                            "the token, shows the provider's properties and frees it.\n",
                             {},
                             {},
                             0,
@@ -72,6 +73,8 @@ int RunInfo(const Invocation& invocation) {
         table.OpenProvider(&provider, QKSP_TEXT("Velmora KSP v4.5"), NCRYPT_SILENT_FLAG);
     std::printf("open provider    : %s\n", StatusName(status));
     if (status != 0) return exit_code::kProvider;
+    for (const ProviderProperty& property : ReadProviderProperties(table, provider))
+        std::printf("  %-22s %s\n", property.name.c_str(), property.text.c_str());
     status = table.FreeProvider(provider);
     std::printf("free provider    : %s\n", StatusName(status));
     return status == 0 ? exit_code::kOk : exit_code::kProvider;

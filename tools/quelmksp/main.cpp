@@ -18,8 +18,7 @@ const char kUsage[] =
     "usage: quelmksp [--provider LIBRARY] COMMAND [ARGS]\n"
     "\n"
     "Commands:\n"
-    "  info      load the provider, show its function table, and open and free\n"
-    "            a provider on the token\n"
+    "  info      load the provider, show its function table and its properties\n"
     "  keys      list the keys on the token, by name and hexadecimal form\n"
     "            (--long: length, usage and certificate subject)\n"
     "  create    generate a key pair on the token\n"
@@ -28,6 +27,10 @@ const char kUsage[] =
     "  cert put  store a certificate beside a key\n"
     "  cert get  write the certificate stored beside a key\n"
     "  delete    delete a key pair from the token\n"
+    "  import    put a key from a PEM, DER or PKCS#12 file, or a wrapped blob,\n"
+    "            on the token\n"
+    "  wrap      make a key blob that only a token key can unwrap\n"
+    "  certs     list the token's certificates: the root and the user store\n"
     "  sign      hash a file and sign the hash with a token key\n"
     "  verify    check a signature over a file with a token key\n"
     "  encrypt   encrypt a short message with a token key (PKCS#1 v1.5)\n"
@@ -58,9 +61,11 @@ struct Command {
 };
 
 const Command kCommands[] = {
-    {"info", RunInfo}, {"keys", RunKeys},        {"create", RunCreate},    {"export", RunExport},
-    {"req", RunReq},   {"cert put", RunCertPut}, {"cert get", RunCertGet}, {"delete", RunDelete},
-    {"sign", RunSign}, {"verify", RunVerify},    {"encrypt", RunEncrypt},  {"decrypt", RunDecrypt}};
+    {"info", RunInfo},        {"keys", RunKeys},       {"create", RunCreate},
+    {"export", RunExport},    {"req", RunReq},         {"cert put", RunCertPut},
+    {"cert get", RunCertGet}, {"delete", RunDelete},   {"sign", RunSign},
+    {"verify", RunVerify},    {"encrypt", RunEncrypt}, {"decrypt", RunDecrypt},
+    {"import", RunImport},    {"wrap", RunWrap},       {"certs", RunCerts}};
 
 // How many of the leading arguments name the command: 0 when they do not.
 size_t WordsMatched(const Command& command, const std::vector<std::string>& args) {

@@ -44,6 +44,24 @@ SECURITY_STATUS ProviderSession::CreateKey(platform::WideView name, DWORD legacy
     return ERROR_SUCCESS;
 }
 
+SECURITY_STATUS ProviderSession::ImportKey(NCRYPT_KEY_HANDLE importKey, LPCWSTR blobType,
+                                           platform::WideView name, SecretBytes& blob,
+                                           DWORD flags) {
+    platform::WideString terminated(name);
+    NCryptBuffer nameBuffer{
+        static_cast<ULONG>((terminated.size() + 1) * sizeof(platform::WideChar)),
+        NCRYPTBUFFER_PKCS_KEY_NAME, terminated.data()};
+    NCryptBufferDesc parameters{0, 1, &nameBuffer};
+    NCRYPT_KEY_HANDLE key = 0;
+    SECURITY_STATUS status =
+        table_.ImportKey(provider_, importKey, blobType, name.empty() ? nullptr : &parameters, &key,
+                         blob.data(), static_cast<DWORD>(blob.size()), flags);
+    if (status != ERROR_SUCCESS) return status;
+    if (key_) table_.FreeKey(provider_, key_);
+    key_ = key;
+    return ERROR_SUCCESS;
+}
+
 OpenedKey::~OpenedKey() {
     if (key_) session_.table().FreeKey(session_.provider(), key_);
 }

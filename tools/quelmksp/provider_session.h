@@ -24,6 +24,12 @@ public:
     // becomes the session's key.
     SECURITY_STATUS CreateKey(platform::WideView name, DWORD legacyKeySpec, DWORD flags);
 
+    // ImportKey of a BCRYPT_RSAKEY_BLOB, named by name when it is not empty,
+    // wrapped for importKey when that is not 0; on success the imported key
+    // becomes the session's key.
+    SECURITY_STATUS ImportKey(NCRYPT_KEY_HANDLE importKey, LPCWSTR blobType,
+                              platform::WideView name, SecretBytes& blob, DWORD flags);
+
     NCRYPT_KEY_STORAGE_FUNCTION_TABLE& table() const { return table_; }
     NCRYPT_PROV_HANDLE provider() const { return provider_; }
     NCRYPT_KEY_HANDLE key() const { return key_; }
