@@ -12,6 +12,7 @@
 #include "commands.h"
 #include "data_io.h"
 #include "exit_codes.h"
+#include "json_text.h"
 #include "provider_client.h"
 #include "provider_session.h"
 
@@ -19,7 +20,7 @@ namespace {
 
 const CommandSyntax kSyntax{
     "certs",
-    "usage: quelmksp certs [--root|--user] [--format text|pem] [-o FILE]\n"
+    "usage: quelmksp certs [--root|--user] [--format text|pem|json] [-o FILE]\n"
     "\n"
     "Lists the certificates on the token through the provider's two stores:\n"
     "the root store (self-signed certificates) and the user store (the\n"
@@ -28,7 +29,8 @@ const CommandSyntax kSyntax{
     "\n"
     "  --root         only the root store\n"
     "  --user         only the user store\n"
-    "  --format FORM  text (default) or pem: the certificates themselves\n"
+    "  --format FORM  text (default), pem (the certificates themselves) or\n"
+    "                 json (see the README for the fields)\n"
     "  -o FILE        write to FILE instead of stdout\n",
     {"--root", "--user"},
     {"--format", "-o"},
@@ -36,6 +38,7 @@ const CommandSyntax kSyntax{
     0};
 
 struct StoreContents {
+    const char* key;
     const char* title;
     std::vector<SecretBytes> certificates;
 };
@@ -60,6 +63,29 @@ std::string TextListing(const std::vector<StoreContents>& stores) {
     return text;
 }
 
+std::string JsonListing(const std::vector<StoreContents>& stores) {
+    std::string text = "{";
+    for (size_t s = 0; s < stores.size(); ++s) {
+        text += std::string(s ? ",\n" : "\n") + "  " + JsonString(stores[s].key) + ": [";
+        const std::vector<SecretBytes>& certificates = stores[s].certificates;
+        for (size_t c = 0; c < certificates.size(); ++c) {
+            std::optional<CertificateFacts> facts = DescribeCertificate(certificates[c]);
+            text += c ? ",\n    " : "\n    ";
+            if (!facts) {
+                text += "null";
+                continue;
+            }
+            text += "{\"subject\": " + JsonString(facts->subject) +
+                    ", \"issuer\": " + JsonString(facts->issuer) +
+                    ", \"serial\": " + JsonString(facts->serial) +
+                    ", \"not_before\": " + JsonString(facts->notBefore) +
+                    ", \"not_after\": " + JsonString(facts->notAfter) + "}";
+        }
+        text += certificates.empty() ? "]" : "\n  ]";
+    }
+    return text + "\n}\n";
+}
+
 }  // namespace
 
 int RunCerts(const Invocation& invocation) {
@@ -69,8 +95,8 @@ int RunCerts(const Invocation& invocation) {
         return exit_code::kOk;
     }
     const std::string format = parsed.Value("--format", "text");
-    if (format != "text" && format != "pem")
-        throw UsageError("unknown format '" + format + "': use text or pem");
+    if (format != "text" && format != "pem" && format != "json")
+        throw UsageError("unknown format '" + format + "': use text, pem or json");
     if (parsed.Has("--root") && parsed.Has("--user"))
         throw UsageError("--root and --user exclude each other; give neither for both stores");
 
@@ -78,10 +104,10 @@ int RunCerts(const Invocation& invocation) {
     ProviderSession session(client);
     std::vector<StoreContents> stores;
     if (!parsed.Has("--user"))
-        stores.push_back({"root store (self-signed)",
+        stores.push_back({"root", "root store (self-signed)",
                           ReadCertificateStore(session, CertificateStoreKind::kRoot)});
     if (!parsed.Has("--root"))
-        stores.push_back({"user store (issued by others)",
+        stores.push_back({"user", "user store (issued by others)",
                           ReadCertificateStore(session, CertificateStoreKind::kUser)});
     SecretBytes output;
     if (format == "pem") {
@@ -91,7 +117,7 @@ int RunCerts(const Invocation& invocation) {
                 output.insert(output.end(), pem.begin(), pem.end());
             }
     } else {
-        const std::string text = TextListing(stores);
+        const std::string text = format == "json" ? JsonListing(stores) : TextListing(stores);
         output.assign(text.begin(), text.end());
     }
     WriteOutput(parsed.Value("-o", "-"), output.data(), output.size());

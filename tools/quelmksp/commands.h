@@ -26,3 +26,4 @@ int RunDelete(const Invocation& invocation);
 int RunImport(const Invocation& invocation);
 int RunWrap(const Invocation& invocation);
 int RunCerts(const Invocation& invocation);
+int RunReaders(const Invocation& invocation);

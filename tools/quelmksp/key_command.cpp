@@ -26,8 +26,10 @@ KeyCommand::KeyCommand(const Invocation& invocation, const ParsedCommand& parsed
     : pin_(PinFeedIfAsked(parsed)), client_(invocation.library), session_(client_) {}
 
 void KeyCommand::Check(SECURITY_STATUS status, const std::string& operation) const {
-    if (status != ERROR_SUCCESS)
-        ThrowStatus(status, KeyOperationMeaning(status, operation, pin_ != nullptr));
+    if (status == ERROR_SUCCESS) return;
+    if (ExitCodeForStatus(status) == exit_code::kLogin)
+        ThrowLoginFailure(status, operation, pin_ != nullptr, client_.libraryPath());
+    ThrowStatus(status, KeyOperationMeaning(status, operation, pin_ != nullptr));
 }
 
 SECURITY_STATUS TrySignHashOnToken(const KeyCommand& command, HashAlgorithm algorithm,

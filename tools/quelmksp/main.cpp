@@ -3,6 +3,7 @@
 // through its function table.
 #include <cstdio>
 #include <exception>
+#include <fstream>
 #include <new>
 #include <string>
 #include <vector>
@@ -16,9 +17,12 @@ namespace {
 
 const char kUsage[] =
     "usage: quelmksp [--provider LIBRARY] COMMAND [ARGS]\n"
+    "       quelmksp --version\n"
     "\n"
     "Commands:\n"
-    "  info      load the provider, show its function table and its properties\n"
+    "  info      show the provider, its properties, the token and its PIN\n"
+    "            state, and the number of keys (--table: the function table)\n"
+    "  readers   list the readers and the token in each\n"
     "  keys      list the keys on the token, by name and hexadecimal form\n"
     "            (--long: length, usage and certificate subject)\n"
     "  create    generate a key pair on the token\n"
@@ -39,13 +43,22 @@ const char kUsage[] =
     "Options:\n"
     "  --provider LIBRARY   the provider library to load (default: the one\n"
     "                       beside this program)\n"
+    "  --version            print the client's version\n"
     "\n"
-    "'quelmksp COMMAND --help' describes a command. Exit codes: 0 success,\n"
-    "1 signature does not match or deletion not confirmed, 2 usage error,\n"
-    "3 provider failure, 4 no such key, 5 PIN refused or login cancelled,\n"
-    "6 input or output error, 7 key or certificate exists already,\n"
-    "8 certificate for another key, 9 no certificate, 10 not available in\n"
-    "the Windows client.\n";
+    "Commands that write take -o FILE; info, readers, keys and certs take\n"
+    "--format json. 'quelmksp COMMAND --help' describes a command.\n"
+    "\n"
+    "Environment: QUELMKSP_REGISTRY names the provider's registry file (Linux;\n"
+    "default /etc/velmora/quelmksp.reg), QUELMKSP_DEBUG_OUTPUT=1 sends the\n"
+    "provider's log to stderr (Linux), QUELMKSP_PKCS11_MODULE names the token\n"
+    "module.\n"
+    "\n"
+    "Exit codes: 0 success, 1 signature does not match or deletion not\n"
+    "confirmed, 2 usage error, 3 the provider could not be loaded or failed,\n"
+    "4 no such key, 5 PIN refused or login cancelled, 6 input or output error,\n"
+    "7 key or certificate exists already, 8 certificate for another key, 9 no\n"
+    "certificate, 10 not available in the Windows client, 11 the token refused\n"
+    "the input, 12 the PIN is locked.\n";
 
 const char kCertUsage[] =
     "usage: quelmksp cert put KEY FILE [--force]\n"
@@ -65,7 +78,8 @@ const Command kCommands[] = {
     {"export", RunExport},    {"req", RunReq},         {"cert put", RunCertPut},
     {"cert get", RunCertGet}, {"delete", RunDelete},   {"sign", RunSign},
     {"verify", RunVerify},    {"encrypt", RunEncrypt}, {"decrypt", RunDecrypt},
-    {"import", RunImport},    {"wrap", RunWrap},       {"certs", RunCerts}};
+    {"import", RunImport},    {"wrap", RunWrap},       {"certs", RunCerts},
+    {"readers", RunReaders}};
 
 // How many of the leading arguments name the command: 0 when they do not.
 size_t WordsMatched(const Command& command, const std::vector<std::string>& args) {
@@ -77,6 +91,14 @@ size_t WordsMatched(const Command& command, const std::vector<std::string>& args
                : 0;
 }
 
+// Beside the client in a build; in lib/velmora beside bin/ once installed.
+std::string DefaultProvider() {
+    const std::string beside = platform::OwnFolder() + ProviderClient::kDefaultLibrary;
+    const std::string installed =
+        platform::OwnFolder() + "../lib/velmora/" + ProviderClient::kDefaultLibrary;
+    return std::ifstream(beside) || !std::ifstream(installed) ? beside : installed;
+}
+
 int Fail(const std::string& message) {
     std::fprintf(stderr, "quelmksp: %s\n", message.c_str());
     return exit_code::kProvider;
@@ -86,7 +108,7 @@ int Fail(const std::string& message) {
 
 int main(int argc, char** argv) {
     std::vector<std::string> args(argv + 1, argv + argc);
-    Invocation invocation{platform::OwnFolder() + ProviderClient::kDefaultLibrary, {}};
+    Invocation invocation{DefaultProvider(), {}};
     if (!args.empty() && args[0] == "--provider") {
         if (args.size() < 2) {
             std::fprintf(stderr, "quelmksp: --provider needs a value\n\n%s", kUsage);
@@ -94,6 +116,10 @@ int main(int argc, char** argv) {
         }
         invocation.library = args[1];
         args.erase(args.begin(), args.begin() + 2);
+    }
+    if (!args.empty() && args[0] == "--version") {
+        std::printf("quelmksp %s (Velmora KSP client)\n", QUELMKSP_CLIENT_VERSION);
+        return exit_code::kOk;
     }
     if (args.empty() || args[0] == "--help" || args[0] == "-h") {
         std::fputs(kUsage, args.empty() ? stderr : stdout);

@@ -1,15 +1,43 @@
 #include "provider_session.h"
 
+#include <cstdlib>
+#include <fstream>
+
 #include "client_error.h"
 #include "platform/text.h"
 #include "status_messages.h"
+#include "token_module.h"
+
+namespace {
+
+// What stands in the way of opening the provider, as far as the client can
+// see: the registry file it reads on Linux, or a missing token.
+std::string OpenFailureCause(const ProviderClient& client) {
+#ifndef _WIN32
+    const char* chosen = std::getenv("QUELMKSP_REGISTRY");
+    const std::string registry =
+        chosen && *chosen ? chosen : std::string("/etc/velmora/quelmksp.reg");
+    if (!std::ifstream(registry))
+        return "the provider could not be opened: it reads its settings from the registry "
+               "file " +
+               registry + ", which cannot be read; QUELMKSP_REGISTRY names another file";
+#endif
+    std::string why;
+    std::unique_ptr<TokenModule> module = TokenModule::Open(FolderOf(client.libraryPath()), &why);
+    ReaderFacts reader;
+    if (module && !module->FirstToken(&reader))
+        return "the provider could not be opened: no reader holds a token";
+    return "the provider could not be opened on a token; " + ProviderLogHint();
+}
+
+}  // namespace
 
 ProviderSession::ProviderSession(const ProviderClient& client) : table_(client.table()) {
     SECURITY_STATUS status =
         table_.OpenProvider(&provider_, QKSP_TEXT("Velmora KSP v4.5"), NCRYPT_SILENT_FLAG);
     if (status != ERROR_SUCCESS) {
         provider_ = 0;
-        ThrowStatus(status, "the provider could not be opened on a token (is a token present?)");
+        ThrowStatus(status, OpenFailureCause(client));
     }
 }
 
