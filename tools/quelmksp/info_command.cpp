@@ -54,7 +54,7 @@ int RunInfo(const Invocation& invocation) {
         std::fputs(kSyntax.help, stdout);
         return exit_code::kOk;
     }
-    ProviderClient client(invocation.library);
+    ProviderClient client(invocation.library, invocation.interactive);
     const NCRYPT_KEY_STORAGE_FUNCTION_TABLE& table = client.table();
     std::printf("provider library : %s\n", client.libraryPath().c_str());
     std::printf("interface version: %u.%u\n", table.Version.MajorVersion,
@@ -69,7 +69,7 @@ int RunInfo(const Invocation& invocation) {
 
     NCRYPT_PROV_HANDLE provider = 0;
     SECURITY_STATUS status =
-        table.OpenProvider(&provider, QKSP_TEXT("Velmora KSP v4.5"), NCRYPT_SILENT_FLAG);
+        table.OpenProvider(&provider, QKSP_TEXT("Velmora KSP v4.5"), client.openFlags());
     std::printf("open provider    : %s\n", StatusName(status));
     if (status != 0) return exit_code::kProvider;
     status = table.FreeProvider(provider);

@@ -17,7 +17,9 @@ void RequireFileDataWithPinStdin(const ParsedCommand& parsed, bool dataFromStdin
 }
 
 KeyCommand::KeyCommand(const Invocation& invocation, const ParsedCommand& parsed)
-    : pin_(PinFeedIfAsked(parsed)), client_(invocation.library), session_(client_) {
+    : pin_(PinFeedIfAsked(parsed)),
+      client_(invocation.library, invocation.interactive),
+      session_(client_) {
     session_.OpenKey(parsed.Operand(0));
 }
 

@@ -77,7 +77,7 @@ int RunKeys(const Invocation& invocation) {
         std::fputs(kSyntax.help, stdout);
         return exit_code::kOk;
     }
-    ProviderClient client(invocation.library);
+    ProviderClient client(invocation.library, invocation.interactive);
     ProviderSession session(client);
     std::vector<std::pair<std::string, std::string>> rows;
     {

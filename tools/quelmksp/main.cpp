@@ -15,7 +15,7 @@
 namespace {
 
 const char kUsage[] =
-    "usage: quelmksp [--provider LIBRARY] COMMAND [ARGS]\n"
+    "usage: quelmksp [--provider LIBRARY] [--interactive] COMMAND [ARGS]\n"
     "\n"
     "Commands:\n"
     "  info      load the provider, show its function table, and open and free\n"
@@ -25,10 +25,14 @@ const char kUsage[] =
     "  verify    check a signature over a file with a token key\n"
     "  encrypt   encrypt a short message with a token key (PKCS#1 v1.5)\n"
     "  decrypt   decrypt a message with a token key\n"
+    "  readers   list the PC/SC readers, their cards and their token slots\n"
     "\n"
     "Options:\n"
     "  --provider LIBRARY   the provider library to load (default: the one\n"
     "                       beside this program)\n"
+    "  --interactive        open the provider without NCRYPT_SILENT_FLAG: with\n"
+    "                       several tokens or none, the provider asks for the\n"
+    "                       reader in its card selection dialog\n"
     "\n"
     "'quelmksp COMMAND --help' describes a command. Exit codes: 0 success,\n"
     "1 signature does not match, 2 usage error, 3 provider failure, 4 no such\n"
@@ -39,9 +43,9 @@ struct Command {
     int (*run)(const Invocation&);
 };
 
-const Command kCommands[] = {{"info", RunInfo},       {"keys", RunKeys},
-                             {"sign", RunSign},       {"verify", RunVerify},
-                             {"encrypt", RunEncrypt}, {"decrypt", RunDecrypt}};
+const Command kCommands[] = {
+    {"info", RunInfo},       {"keys", RunKeys},       {"sign", RunSign},      {"verify", RunVerify},
+    {"encrypt", RunEncrypt}, {"decrypt", RunDecrypt}, {"readers", RunReaders}};
 
 int Fail(const std::string& message) {
     std::fprintf(stderr, "quelmksp: %s\n", message.c_str());
@@ -53,7 +57,12 @@ int Fail(const std::string& message) {
 int main(int argc, char** argv) {
     std::vector<std::string> args(argv + 1, argv + argc);
     Invocation invocation{platform::OwnFolder() + ProviderClient::kDefaultLibrary, {}};
-    if (!args.empty() && args[0] == "--provider") {
+    while (!args.empty() && (args[0] == "--provider" || args[0] == "--interactive")) {
+        if (args[0] == "--interactive") {
+            invocation.interactive = true;
+            args.erase(args.begin());
+            continue;
+        }
         if (args.size() < 2) {
             std::fprintf(stderr, "quelmksp: --provider needs a value\n\n%s", kUsage);
             return exit_code::kUsage;

@@ -6,7 +6,7 @@
 
 ProviderSession::ProviderSession(const ProviderClient& client) : table_(client.table()) {
     SECURITY_STATUS status =
-        table_.OpenProvider(&provider_, QKSP_TEXT("Velmora KSP v4.5"), NCRYPT_SILENT_FLAG);
+        table_.OpenProvider(&provider_, QKSP_TEXT("Velmora KSP v4.5"), client.openFlags());
     if (status != ERROR_SUCCESS) {
         provider_ = 0;
         ThrowStatus(status, "the provider could not be opened on a token (is a token present?)");
