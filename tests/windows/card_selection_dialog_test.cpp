@@ -91,11 +91,12 @@ private:
                 },
                 std::chrono::seconds(40));
             AttachThreadInput(GetCurrentThreadId(), dialogThread_, TRUE);
-            WaitFor("the reader list to have the keyboard", [&] {
+            // The default focus: the first control with a tab stop, Bueno.
+            WaitFor("Bueno to have the keyboard", [&] {
                 GUITHREADINFO info{};
                 info.cbSize = sizeof info;
                 return GetGUIThreadInfo(dialogThread_, &info) && info.hwndActive == dialog_ &&
-                       info.hwndFocus == Item(kReaders);
+                       info.hwndFocus == Item(IDOK);
             });
             script(*this);
             WaitFor("the dialog to close", [&] { return !IsWindow(dialog_); });
@@ -185,7 +186,8 @@ TEST(CardSelectionResource, Dialog105IsLaidOutAsDesigned) {
     HMODULE module = LoadLibraryExW(WindowsPath(QUELMKSP_DLL_PATH).c_str(), nullptr,
                                     LOAD_LIBRARY_AS_DATAFILE | LOAD_LIBRARY_AS_IMAGE_RESOURCE);
     ASSERT_NE(module, nullptr) << "cannot open " << QUELMKSP_DLL_PATH;
-    HRSRC found = FindResourceW(module, MAKEINTRESOURCEW(105), RT_DIALOG);
+    // 5: RT_DIALOG, whose macro is the narrow form here.
+    HRSRC found = FindResourceW(module, MAKEINTRESOURCEW(105), MAKEINTRESOURCEW(5));
     ASSERT_NE(found, nullptr);
     const char* data = static_cast<const char*>(LockResource(LoadResource(module, found)));
     const std::string bytes(data, SizeofResource(module, found));
