@@ -10,7 +10,7 @@ SECURITY_STATUS CheckKeyHandles(OperationFrame& frame, NCRYPT_PROV_HANDLE hProvi
                                 QUELMKSP_KEY** key) {
     *provider = ProviderFromHandle(hProvider);
     if (!*provider) return frame.Fail(NTE_INVALID_HANDLE, "pProvider is NULL");
-    *key = KeyFromHandle(hKey);
+    *key = KeyFromHandle(hKey, *provider);
     if (!*key) return frame.Fail(NTE_INVALID_HANDLE, "pKey is NULL");
     return ERROR_SUCCESS;
 }

@@ -41,7 +41,8 @@ NCryptKeyName* NewKeyNameRecord(platform::WideView name) {
 SECURITY_STATUS ReadKeyNameFromKeyObjectList(TraceFrame& frame, const QUELMKSP_PROVIDER& provider,
                                              QUELMKSP_ENUM_STATE** state, NCryptKeyName** keyName) {
     if (!*state) {
-        *state = static_cast<QUELMKSP_ENUM_STATE*>(AllocateCallerBuffer(sizeof **state));
+        *state = static_cast<QUELMKSP_ENUM_STATE*>(
+            AllocateCallerBuffer(sizeof **state, HandleKind::kEnumState));
         if (!*state) return NTE_NO_MEMORY;
     }
     uint32_t& index = (*state)->dwIndex;
@@ -89,6 +90,8 @@ SECURITY_STATUS EnumKeys(NCRYPT_PROV_HANDLE hProvider, LPCWSTR, NCryptKeyName** 
         return frame.Fail(NTE_NOT_SUPPORTED, " (dwFlags & NCRYPT_MACHINE_KEY_FLAG) ");
 
     auto* state = static_cast<QUELMKSP_ENUM_STATE*>(*ppEnumState);
+    if (state && !g_pHandles->Contains(state, HandleKind::kEnumState))
+        return frame.Fail(NTE_INVALID_HANDLE, "ppEnumState is not a live enumeration state");
     bool newEnumeration = state == nullptr;
     if (newEnumeration) {
         frame.Line("EnumState is null");

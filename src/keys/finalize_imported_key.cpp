@@ -1,7 +1,10 @@
+#include <cstring>
 #include <memory>
 #include <new>
 
 #include "keys/key_finalization.h"
+#include "keys/private_key_blob.h"
+#include "platform/rsa_key_completion.h"
 #include "platform/secure_zero.h"
 #include "token/cryptoki_library.h"
 #include "token/private_key.h"
@@ -34,6 +37,32 @@ const uint8_t* Component(const KeyBytes& buffer, uint32_t length) {
     return buffer.size() >= length ? buffer.get() : nullptr;
 }
 
+// What the private key object is given beyond the blob: the key's true
+// public exponent and the values derived with it. The key context keeps the
+// exponent padded on the right, which the public key object carries; the
+// token would derive or blind with that wrong value and sign as another key.
+struct PrivateMaterial {
+    uint8_t exponent[kPublicExponentBytes] = {};
+    platform::RsaPrivateValues values;
+    ~PrivateMaterial() { platform::SecureZero(exponent, sizeof exponent); }
+};
+
+bool DerivePrivateMaterial(const QUELMKSP_KEY& key, PrivateMaterial* material) {
+    PrivateKeyBlob blob;
+    if (blob.Parse(key.pbPrivateKeyBlob.get(), key.cbPrivateKeyBlob) != ERROR_SUCCESS) return false;
+    const KeyBytes& exponent = blob.publicExponent();
+    if (exponent.size() > sizeof material->exponent) return false;
+    std::memcpy(material->exponent + sizeof material->exponent - exponent.size(), exponent.get(),
+                exponent.size());
+    const uint32_t modulusBytes = key.dwBitLength / 8, halfBytes = key.dwBitLength / 16;
+    if (key.pbModulus.size() < modulusBytes || key.pbPrime1.size() < halfBytes ||
+        key.pbPrime2.size() < halfBytes)
+        return false;
+    return platform::CompleteRsaPrivateKey(
+        {material->exponent, sizeof material->exponent}, {key.pbModulus.get(), modulusBytes},
+        {key.pbPrime1.get(), halfBytes}, {key.pbPrime2.get(), halfBytes}, &material->values);
+}
+
 struct WipedId {
     uint8_t bytes[kKeyIdBytes] = {};
     ~WipedId() { platform::SecureZero(bytes, sizeof bytes); }
@@ -47,6 +76,10 @@ SECURITY_STATUS FinalizeImportedKey(OperationFrame& frame, const QUELMKSP_PROVID
     std::unique_ptr<PublicKey> publicKey(new (std::nothrow) PublicKey());
     std::unique_ptr<PrivateKey> privateKey(new (std::nothrow) PrivateKey());
     if (!publicKey || !privateKey) return frame.Exit(NTE_NO_MEMORY);
+
+    PrivateMaterial material;
+    if (!DerivePrivateMaterial(key, &material))
+        return frame.Fail(NTE_BAD_DATA, "The imported primes do not make an RSA key");
 
     WipedId id;
     if (GenerateNonZeroId(*g_pCryptoki->functions(), provider.hSession, id.bytes,
@@ -66,13 +99,13 @@ SECURITY_STATUS FinalizeImportedKey(OperationFrame& frame, const QUELMKSP_PROVID
     privateKey->pCryptoki = g_pCryptoki;
     privateKey->hSession = provider.hSession;
     privateKey->SetModulus(Component(key.pbModulus, modulusBytes), modulusBytes);
-    privateKey->SetPublicExponent(key.rgbPublicExponent);
-    privateKey->SetPrivateExponent(Component(key.pbPrivateExponent, modulusBytes), modulusBytes);
+    privateKey->SetPublicExponent(material.exponent);
+    privateKey->SetPrivateExponent(material.values.privateExponent.get(), modulusBytes);
     privateKey->SetPrimes(Component(key.pbPrime1, halfBytes), halfBytes,
                           Component(key.pbPrime2, halfBytes), halfBytes);
-    privateKey->SetExponents(Component(key.pbExponent1, halfBytes), halfBytes,
-                             Component(key.pbExponent2, halfBytes), halfBytes);
-    privateKey->SetCoefficient(Component(key.pbCoefficient, halfBytes), halfBytes);
+    privateKey->SetExponents(material.values.exponent1.get(), halfBytes,
+                             material.values.exponent2.get(), halfBytes);
+    privateKey->SetCoefficient(material.values.coefficient.get(), halfBytes);
     privateKey->SetId(id.bytes);
 
     int usage = UsageOf(key.dwAlgId);

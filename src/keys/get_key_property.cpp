@@ -149,7 +149,7 @@ SECURITY_STATUS GetKeyProperty(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE h
     QUELMKSP_PROVIDER* provider = ProviderFromHandle(hProvider);
     if (!provider)
         return frame.Fail(NTE_INVALID_HANDLE, "Invalid provider handle, pProvider is NULL");
-    QUELMKSP_KEY* key = KeyFromHandle(hKey);
+    QUELMKSP_KEY* key = KeyFromHandle(hKey, provider);
     if (!key) return frame.Fail(NTE_INVALID_HANDLE, "Invalid key handle, pKey is NULL");
     if (!pszProperty) return frame.Fail(NTE_INVALID_PARAMETER, "pszProperty is NULL");
     if (PropertyNameTooLong(pszProperty))

@@ -22,9 +22,14 @@ public:
     // checked that the output holds *length bytes.
     void Serialize(uint8_t* output, uint32_t* length) const;
 
+    const RsaKeyBlobHeader& header() const { return header_; }
+    const KeyBytes& modulus() const { return modulus_; }
+    const KeyBytes& publicExponent() const { return publicExponent_; }
+
 protected:
     KeyBytes modulus_;
-    // The token's bytes in reverse order, as the blob carries them.
+    // As the blob carries it: read from the token, that is the token's
+    // bytes in reverse order.
     KeyBytes publicExponent_;
     RsaKeyBlobHeader header_;
 };

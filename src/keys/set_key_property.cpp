@@ -5,6 +5,7 @@
 #include "crypto/key_operation.h"
 #include "provider/operations.h"
 #include "provider/property_name.h"
+#include "provider/window_handle.h"
 #include "token/certificate.h"
 #include "token/cryptoki_library.h"
 
@@ -129,17 +130,6 @@ SECURITY_STATUS StoreCertificate(OperationFrame& frame, const QUELMKSP_PROVIDER&
     return frame.Exit(certificate->WriteCertificate(input.bytes, input.length));
 }
 
-// The window to own dialogs belongs to the provider; a shorter input
-// replaces only the low bytes.
-SECURITY_STATUS SetWindowHandle(OperationFrame& frame, QUELMKSP_PROVIDER& provider, Input input) {
-    frame.Line("dwProperty = NCRYPT_WINDOW_HANDLE_PROPERTY");
-    if (input.length > sizeof provider.hWnd)
-        return frame.Fail(NTE_INVALID_PARAMETER, "cbInput is greater than the size of HWND");
-    std::memcpy(&provider.hWnd, input.bytes, input.length);
-    frame.log().WriteHex("Window handle set: ", Low32(provider.hWnd));
-    return frame.Exit(ERROR_SUCCESS);
-}
-
 }  // namespace
 
 SECURITY_STATUS SetKeyProperty(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey,
@@ -175,7 +165,8 @@ SECURITY_STATUS SetKeyProperty(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE h
         frame.Line("NCRYPT_EXPORT_POLICY_PROPERTY is not supported and will be ignored");
         return frame.Exit(ERROR_SUCCESS);
     }
-    if (name == NCRYPT_WINDOW_HANDLE_PROPERTY) return SetWindowHandle(frame, *provider, input);
+    if (name == NCRYPT_WINDOW_HANDLE_PROPERTY)
+        return SetWindowHandle(frame, *provider, input.bytes, input.length);
     return frame.Exit(NTE_NOT_SUPPORTED);
 }
 

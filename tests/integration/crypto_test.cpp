@@ -113,7 +113,7 @@ TEST_F(Crypto, SignatureLengthsAndTheChecksBeforeTheLogin) {
               NTE_INVALID_PARAMETER);
     EXPECT_EQ(table_->SignHash(provider_, 0, nullptr, hash.data(), 32, nullptr, 0, &got, 0),
               NTE_INVALID_HANDLE);
-    KeyFromHandle(key_)->dwKeyUsage = NCRYPT_ALLOW_DECRYPT_FLAG;
+    KeyRecord(key_)->dwKeyUsage = NCRYPT_ALLOW_DECRYPT_FLAG;
     EXPECT_EQ(table_->SignHash(provider_, key_, nullptr, hash.data(), 32, nullptr, 0, &got, 0),
               NTE_PERM);
     EXPECT_EQ(script_->runs, 0) << "refused before any login";
@@ -161,7 +161,7 @@ TEST_F(Crypto, EncryptsAndDecryptsThroughTheToken) {
     EXPECT_EQ(table_->Decrypt(provider_, key_, message.data(), 32, nullptr, nullptr, 0, &length,
                               NCRYPT_PAD_PSS_FLAG),
               NTE_BAD_FLAGS);
-    KeyFromHandle(key_)->dwBitLength = 4;
+    KeyRecord(key_)->dwBitLength = 4;
     EXPECT_EQ(table_->Encrypt(provider_, key_, message.data(), 32, nullptr, nullptr, 0, &length,
                               NCRYPT_NO_PADDING_FLAG),
               NTE_INVALID_PARAMETER)

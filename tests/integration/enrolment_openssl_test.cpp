@@ -133,7 +133,7 @@ TEST_F(EnrolmentWithOpenSsl, ANewKeySignsAndCarriesItsIssuedCertificate) {
 
     // The certificate is found through the name the key is listed under.
     TokenObjects token(*g_pCryptoki);
-    Bytes id = token.Attribute(KeyFromHandle(key)->hPrivateKey, CKA_ID);
+    Bytes id = token.Attribute(KeyRecord(key)->hPrivateKey, CKA_ID);
     std::vector<CK_OBJECT_HANDLE> certificates = token.Find(CKO_CERTIFICATE);
     ASSERT_EQ(certificates.size(), 1u);
     EXPECT_EQ(token.Attribute(certificates[0], CKA_ID), id);

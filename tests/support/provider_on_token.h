@@ -13,6 +13,11 @@
 #include "provider/provider_context.h"
 #include "softhsm_tokens.h"
 
+// The record behind a key handle, for tests that look inside it.
+inline QUELMKSP_KEY* KeyRecord(NCRYPT_KEY_HANDLE handle) {
+    return reinterpret_cast<QUELMKSP_KEY*>(handle);
+}
+
 class ProviderOnToken : public ::testing::Test {
 protected:
     // "Velmora KSP v4.5" as the installation registers it.

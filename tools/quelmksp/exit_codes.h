@@ -5,11 +5,17 @@
 namespace exit_code {
 
 inline constexpr int kOk = 0;
+// Also delete's answer when the question was answered with anything but yes:
+// in both cases the command ran and the answer is "no".
 inline constexpr int kSignatureMismatch = 1;
 inline constexpr int kUsage = 2;
 inline constexpr int kProvider = 3;
 inline constexpr int kNoSuchKey = 4;
 inline constexpr int kLogin = 5;
 inline constexpr int kData = 6;
+inline constexpr int kExists = 7;
+inline constexpr int kOtherKey = 8;
+inline constexpr int kNoCertificate = 9;
+inline constexpr int kUnavailable = 10;
 
 }  // namespace exit_code

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <vector>
 
-enum class HashAlgorithm { kMd5, kSha1, kSha256, kSha512 };
+enum class HashAlgorithm { kMd5, kSha1, kSha256, kSha384, kSha512 };
 
 // Throws ClientError when the platform's library fails.
 std::vector<uint8_t> Hash(HashAlgorithm algorithm, const uint8_t* data, size_t size);

@@ -15,6 +15,8 @@ const EVP_MD* Digest(HashAlgorithm algorithm) {
             return EVP_sha1();
         case HashAlgorithm::kSha256:
             return EVP_sha256();
+        case HashAlgorithm::kSha384:
+            return EVP_sha384();
         case HashAlgorithm::kSha512:
             return EVP_sha512();
     }

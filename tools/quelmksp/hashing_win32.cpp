@@ -16,6 +16,8 @@ LPCWSTR BCryptAlgorithm(HashAlgorithm algorithm) {
             return BCRYPT_SHA1_ALGORITHM;
         case HashAlgorithm::kSha256:
             return BCRYPT_SHA256_ALGORITHM;
+        case HashAlgorithm::kSha384:
+            return BCRYPT_SHA384_ALGORITHM;
         case HashAlgorithm::kSha512:
             return BCRYPT_SHA512_ALGORITHM;
     }

@@ -21,6 +21,13 @@ const char kUsage[] =
     "  info      load the provider, show its function table, and open and free\n"
     "            a provider on the token\n"
     "  keys      list the keys on the token, by name and hexadecimal form\n"
+    "            (--long: length, usage and certificate subject)\n"
+    "  create    generate a key pair on the token\n"
+    "  export    write a key's public key (PEM, DER or the provider's blob)\n"
+    "  req       make a certificate request signed by a token key\n"
+    "  cert put  store a certificate beside a key\n"
+    "  cert get  write the certificate stored beside a key\n"
+    "  delete    delete a key pair from the token\n"
     "  sign      hash a file and sign the hash with a token key\n"
     "  verify    check a signature over a file with a token key\n"
     "  encrypt   encrypt a short message with a token key (PKCS#1 v1.5)\n"
@@ -35,17 +42,41 @@ const char kUsage[] =
     "                       reader in its card selection dialog\n"
     "\n"
     "'quelmksp COMMAND --help' describes a command. Exit codes: 0 success,\n"
-    "1 signature does not match, 2 usage error, 3 provider failure, 4 no such\n"
-    "key, 5 PIN refused or login cancelled, 6 input or output error.\n";
+    "1 signature does not match or deletion not confirmed, 2 usage error,\n"
+    "3 provider failure, 4 no such key, 5 PIN refused or login cancelled,\n"
+    "6 input or output error, 7 key or certificate exists already,\n"
+    "8 certificate for another key, 9 no certificate, 10 not available in\n"
+    "the Windows client.\n";
+
+const char kCertUsage[] =
+    "usage: quelmksp cert put KEY FILE [--force]\n"
+    "       quelmksp cert get KEY [--format pem|der] [-o FILE]\n"
+    "\n"
+    "The X.509 certificate the token keeps beside a key.\n"
+    "'quelmksp cert put --help' and 'quelmksp cert get --help' say more.\n";
 
 struct Command {
+    // One word, or two for the commands under "cert".
     const char* name;
     int (*run)(const Invocation&);
 };
 
 const Command kCommands[] = {
-    {"info", RunInfo},       {"keys", RunKeys},       {"sign", RunSign},      {"verify", RunVerify},
-    {"encrypt", RunEncrypt}, {"decrypt", RunDecrypt}, {"readers", RunReaders}};
+    {"info", RunInfo},        {"keys", RunKeys},       {"create", RunCreate},
+    {"export", RunExport},    {"req", RunReq},         {"cert put", RunCertPut},
+    {"cert get", RunCertGet}, {"delete", RunDelete},   {"sign", RunSign},
+    {"verify", RunVerify},    {"encrypt", RunEncrypt}, {"decrypt", RunDecrypt},
+    {"readers", RunReaders}};
+
+// How many of the leading arguments name the command: 0 when they do not.
+size_t WordsMatched(const Command& command, const std::vector<std::string>& args) {
+    const std::string name = command.name;
+    const size_t space = name.find(' ');
+    if (space == std::string::npos) return args[0] == name ? 1 : 0;
+    return args.size() > 1 && args[0] == name.substr(0, space) && args[1] == name.substr(space + 1)
+               ? 2
+               : 0;
+}
 
 int Fail(const std::string& message) {
     std::fprintf(stderr, "quelmksp: %s\n", message.c_str());
@@ -75,13 +106,25 @@ int main(int argc, char** argv) {
         return args.empty() ? exit_code::kUsage : exit_code::kOk;
     }
     const Command* command = nullptr;
-    for (const Command& candidate : kCommands)
-        if (args[0] == candidate.name) command = &candidate;
+    size_t words = 0;
+    for (const Command& candidate : kCommands) {
+        if (size_t matched = WordsMatched(candidate, args)) {
+            command = &candidate;
+            words = matched;
+        }
+    }
+    if (!command && args[0] == "cert") {
+        const bool help = args.size() > 1 && (args[1] == "--help" || args[1] == "-h");
+        if (args.size() > 1 && !help)
+            std::fprintf(stderr, "quelmksp: unknown command 'cert %s'\n\n", args[1].c_str());
+        std::fputs(kCertUsage, help ? stdout : stderr);
+        return help ? exit_code::kOk : exit_code::kUsage;
+    }
     if (!command) {
         std::fprintf(stderr, "quelmksp: unknown command '%s'\n\n%s", args[0].c_str(), kUsage);
         return exit_code::kUsage;
     }
-    invocation.args.assign(args.begin() + 1, args.end());
+    invocation.args.assign(args.begin() + static_cast<std::ptrdiff_t>(words), args.end());
     try {
         return command->run(invocation);
     } catch (const UsageError& error) {

@@ -31,3 +31,30 @@ NCRYPT_KEY_HANDLE ProviderSession::OpenKey(const std::string& name) {
     key_ = key;
     return key_;
 }
+
+SECURITY_STATUS ProviderSession::CreateKey(platform::WideView name, DWORD legacyKeySpec,
+                                           DWORD flags) {
+    const platform::WideString terminated(name);
+    NCRYPT_KEY_HANDLE key = 0;
+    SECURITY_STATUS status = table_.CreatePersistedKey(provider_, &key, QKSP_TEXT("RSA"),
+                                                       terminated.c_str(), legacyKeySpec, flags);
+    if (status != ERROR_SUCCESS) return status;
+    if (key_) table_.FreeKey(provider_, key_);
+    key_ = key;
+    return ERROR_SUCCESS;
+}
+
+OpenedKey::~OpenedKey() {
+    if (key_) session_.table().FreeKey(session_.provider(), key_);
+}
+
+SECURITY_STATUS OpenedKey::Open(platform::WideView name) {
+    const platform::WideString terminated(name);
+    NCRYPT_KEY_HANDLE key = 0;
+    SECURITY_STATUS status =
+        session_.table().OpenKey(session_.provider(), &key, terminated.c_str(), 0, 0);
+    if (status != ERROR_SUCCESS) return status;
+    if (key_) session_.table().FreeKey(session_.provider(), key_);
+    key_ = key;
+    return ERROR_SUCCESS;
+}

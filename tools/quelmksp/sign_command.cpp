@@ -9,7 +9,6 @@
 #include "exit_codes.h"
 #include "hash_option.h"
 #include "key_command.h"
-#include "status_messages.h"
 
 namespace {
 
@@ -46,20 +45,7 @@ int RunSign(const Invocation& invocation) {
     std::vector<uint8_t> hash = Hash(algorithm, data.data(), data.size());
 
     KeyCommand command(invocation, parsed);
-    Pkcs1PaddingInfo padding{CngAlgorithmId(algorithm)};
-    const DWORD flags = NCRYPT_PAD_PKCS1_FLAG;
-    const auto hashLength = static_cast<DWORD>(hash.size());
-    DWORD length = 0;
-    command.Check(command.table().SignHash(command.provider(), command.key(), &padding, hash.data(),
-                                           hashLength, nullptr, 0, &length, flags),
-                  "signing");
-    // A null buffer would make the second call another length query.
-    if (length == 0) ThrowStatus(NTE_INTERNAL_ERROR, "the provider reported an empty signature");
-    std::vector<uint8_t> signature(length);
-    command.Check(command.table().SignHash(command.provider(), command.key(), &padding, hash.data(),
-                                           hashLength, signature.data(), length, &length, flags),
-                  "signing");
-    signature.resize(length);
+    std::vector<uint8_t> signature = SignHashOnToken(command, algorithm, hash);
     if (parsed.Has("--base64")) {
         std::string text = Base64Encode(signature.data(), signature.size()) + "\n";
         WriteData(reinterpret_cast<const uint8_t*>(text.data()), text.size());

@@ -8,6 +8,8 @@ int ExitCodeForStatus(SECURITY_STATUS status) {
     switch (status) {
         case NTE_BAD_KEYSET:
             return exit_code::kNoSuchKey;
+        case NTE_EXISTS:
+            return exit_code::kExists;
         case SCARD_W_CANCELLED_BY_USER:
         case SCARD_W_WRONG_CHV:
         case SCARD_W_CHV_BLOCKED:
