@@ -21,6 +21,9 @@ expect_out "ZZ"
 expect_err "Virtual PCD 00 01"
 grep -q "^Acquired Virtual PCD 00 01$" "$log" || fail "the log lacks the reader acquired"
 
+echo 1234 | run 2 --interactive sign ZZ --pin-stdin "$work/keys"
+expect_err "--pin-stdin cannot be used with --interactive"
+
 printf '\033' > "$work/keys"
 QUELMKSP_PIN_INPUT="$work/keys" run 3 --interactive keys
 expect_err "ERROR_CANCELLED"
