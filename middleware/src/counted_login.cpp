@@ -22,12 +22,12 @@ CK_RV report(const StateError& error) {
 namespace {
 
 CK_RV count_pin_try(Module& module, CK_SESSION_HANDLE session, LoginEntry entry,
-                    const std::function<CK_RV()>& try_pin) {
+                    const std::function<CK_RV()>& try_pin, bool* tries_left = nullptr) {
     CK_FUNCTION_LIST& backend = module.backend;
     CK_SESSION_INFO session_info{};
     if (const CK_RV rv = backend.C_GetSessionInfo(session, &session_info); rv != CKR_OK) return rv;
     CK_TOKEN_INFO token{};
-    if (const CK_RV rv = backend.C_GetTokenInfo(session_info.slotID, &token); rv != CKR_OK) {
+    if (const CK_RV rv = module.token_info(session_info.slotID, &token); rv != CKR_OK) {
         return rv;
     }
     const std::string key = token_key(token);
@@ -49,7 +49,9 @@ CK_RV count_pin_try(Module& module, CK_SESSION_HANDLE session, LoginEntry entry,
         counters.commit();
         const unsigned left = max_tries - failures;
         if (left == 0) return CKR_PIN_LOCKED;
-        return entry == LoginEntry::kExtended ? CK_RV{left} : CKR_PIN_INCORRECT;
+        if (entry != LoginEntry::kExtended) return CKR_PIN_INCORRECT;
+        if (tries_left) *tries_left = true;
+        return CK_RV{left};
     } catch (const StateError& error) {
         return report(error);
     }
@@ -65,6 +67,22 @@ CK_RV counted_login(Module& module, CK_SESSION_HANDLE session, CK_USER_TYPE user
     }
     return count_pin_try(module, session, entry,
                          [&] { return backend.C_Login(session, user, pin, pin_len); });
+}
+
+CK_RV extended_login_result(CK_RV rv, bool tries_left) {
+    constexpr CK_RV kHighestTriesLeft = 14;
+    if (tries_left || rv < 1 || rv > kHighestTriesLeft) return rv;
+    return CKR_DEVICE_ERROR;
+}
+
+CK_RV extended_login(Module& module, CK_SESSION_HANDLE session, CK_USER_TYPE user,
+                     CK_UTF8CHAR_PTR pin, CK_ULONG pin_len, bool* tries_left) {
+    CK_FUNCTION_LIST& backend = module.backend;
+    if (user != CKU_USER && user != CKU_CONTEXT_SPECIFIC)
+        return backend.C_Login(session, user, pin, pin_len);
+    return count_pin_try(
+        module, session, LoginEntry::kExtended,
+        [&] { return backend.C_Login(session, user, pin, pin_len); }, tries_left);
 }
 
 CK_RV counted_set_pin(Module& module, CK_SESSION_HANDLE session, CK_UTF8CHAR_PTR old_pin,
@@ -103,7 +121,7 @@ void apply_counter_flags(const Module& module, CK_TOKEN_INFO& info) {
 
 CK_RV reset_counter(const Module& module, CK_SLOT_ID slot) {
     CK_TOKEN_INFO token{};
-    if (const CK_RV rv = module.backend.C_GetTokenInfo(slot, &token); rv != CKR_OK) return rv;
+    if (const CK_RV rv = module.token_info(slot, &token); rv != CKR_OK) return rv;
     try {
         auto counters = module.counters.begin();
         counters.set_failures(token_key(token), 0);

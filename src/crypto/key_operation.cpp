@@ -24,10 +24,11 @@ SECURITY_STATUS LogInForOperation(OperationFrame& frame, QUELMKSP_PROVIDER& prov
     return ERROR_SUCCESS;
 }
 
-std::unique_ptr<RSAPair> PairOnSession(const QUELMKSP_PROVIDER& provider) {
+std::unique_ptr<RSAPair> PairOnSession(const QUELMKSP_PROVIDER& provider, const QUELMKSP_KEY& key) {
     std::unique_ptr<RSAPair> pair(new (std::nothrow) RSAPair());
     if (!pair) return nullptr;
     pair->pCryptoki = g_pCryptoki;
     pair->hSession = provider.hSession;
+    pair->dwModulusBits = key.dwBitLength;
     return pair;
 }

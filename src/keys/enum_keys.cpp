@@ -1,4 +1,5 @@
 #include <cstring>
+#include <memory>
 
 #include "keys/key_context.h"
 #include "provider/caller_buffer.h"
@@ -106,10 +107,12 @@ SECURITY_STATUS EnumKeys(NCRYPT_PROV_HANDLE hProvider, LPCWSTR, NCryptKeyName** 
 
     NCryptKeyName* keyName = nullptr;
     SECURITY_STATUS status = Step(frame, *provider, &state, &keyName);
-    if (status != ERROR_SUCCESS) {
-        if (newEnumeration) ReleaseCallerBuffer(state);
-        return frame.Exit(status);
-    }
+    // A state made by this call is the caller's only once a name goes with
+    // it; until then it is released on the way out.
+    std::unique_ptr<QUELMKSP_ENUM_STATE, CallerBufferRelease> made(newEnumeration ? state
+                                                                                  : nullptr);
+    if (status != ERROR_SUCCESS) return frame.Exit(status);
+    made.release();
     *ppKeyName = keyName;
     *ppEnumState = state;
     return frame.Exit(ERROR_SUCCESS);

@@ -72,7 +72,7 @@ SECURITY_STATUS DecryptBlob(OperationFrame& frame, const QUELMKSP_PROVIDER& prov
                             KeyBytes* blob, uint32_t* blobLength) {
     if (length <= kClearBytes)
         return frame.Fail(NTE_BAD_DATA, "The encrypted blob holds no ciphertext");
-    std::unique_ptr<RSAPair> pair = PairOnSession(provider);
+    std::unique_ptr<RSAPair> pair = PairOnSession(provider, importKey);
     if (!pair) return frame.Exit(NTE_NO_MEMORY);
     pair->hPrivateKey = importKey.hPrivateKey;
     CK_ULONG plainLength = 0;

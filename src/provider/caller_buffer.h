@@ -11,3 +11,7 @@ void* AllocateCallerBuffer(size_t bytes, HandleKind kind = HandleKind::kBuffer);
 // Releases a block the provider handed out; anything else, a block given
 // back already included, is left alone.
 void ReleaseCallerBuffer(void* block);
+
+struct CallerBufferRelease {
+    void operator()(void* block) const { ReleaseCallerBuffer(block); }
+};
