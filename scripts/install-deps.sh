@@ -10,6 +10,8 @@ packages=(
     python3 man-db groff-base
     g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64
     wine64 wine64-tools libwine-dev xvfb xauth
+    pcscd libpcsclite-dev pcsc-tools
+    vsmartcard-vpcd vsmartcard-vpicc python3-virtualsmartcard python3-pycryptodome
 )
 
 missing=()

@@ -74,11 +74,6 @@ json '"\n".join("%s  %s  %s  %s  -" % (k["name"], k["hex"], k["bits"], ",".join(
 tail -n +2 "$work/keys.txt" | tr -s ' ' | sed 's/ /  /g' > "$work/keys-from-text.txt"
 cmp -s "$work/keys-from-json.txt" "$work/keys-from-text.txt" ||
     fail "keys JSON differs from the text: $(cat "$work/keys-from-json.txt")"
-run 0 readers --format json
-[ "$(json '[(r["reader"], r["token"]["label"]) for r in d["readers"]]')" = \
-    "[('CLI Test Reader 0', 'cli test')]" ] || fail "readers JSON"
-run 0 readers
-expect_out "CLI Test Reader 0"
 make_ca
 run 0 cert put 01 "$work/ca.pem" --force
 run 0 certs --format json

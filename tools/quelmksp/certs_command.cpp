@@ -100,7 +100,7 @@ int RunCerts(const Invocation& invocation) {
     if (parsed.Has("--root") && parsed.Has("--user"))
         throw UsageError("--root and --user exclude each other; give neither for both stores");
 
-    ProviderClient client(invocation.library);
+    ProviderClient client(invocation.library, invocation.interactive);
     ProviderSession session(client);
     std::vector<StoreContents> stores;
     if (!parsed.Has("--user"))

@@ -9,6 +9,8 @@
 struct Invocation {
     std::string library;
     std::vector<std::string> args;
+    // --interactive: the provider may show the card selection dialog.
+    bool interactive = false;
 };
 
 int RunInfo(const Invocation& invocation);

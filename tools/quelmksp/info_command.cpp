@@ -179,7 +179,7 @@ int RunInfo(const Invocation& invocation) {
     if (format != "text" && format != "json")
         throw UsageError("unknown format '" + format + "': use text or json");
     const bool json = format == "json";
-    ProviderClient client(invocation.library);
+    ProviderClient client(invocation.library, invocation.interactive);
     std::string output;
     if (parsed.Has("--table")) {
         const int code = ShowTable(client, json, &output);

@@ -186,7 +186,7 @@ int RunKeys(const Invocation& invocation) {
     const std::string format = parsed.Value("--format", "text");
     if (format != "text" && format != "json")
         throw UsageError("unknown format '" + format + "': use text or json");
-    ProviderClient client(invocation.library);
+    ProviderClient client(invocation.library, invocation.interactive);
     ProviderSession session(client);
     std::vector<Row> rows;
     rows.push_back(longForm ? Row{"NAME", "HEX", "BITS", "USAGE", "SUBJECT"} : Row{"NAME", "HEX"});

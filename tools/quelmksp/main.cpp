@@ -16,7 +16,7 @@
 namespace {
 
 const char kUsage[] =
-    "usage: quelmksp [--provider LIBRARY] COMMAND [ARGS]\n"
+    "usage: quelmksp [--provider LIBRARY] [--interactive] COMMAND [ARGS]\n"
     "       quelmksp --version\n"
     "\n"
     "Commands:\n"
@@ -39,11 +39,15 @@ const char kUsage[] =
     "  verify    check a signature over a file with a token key\n"
     "  encrypt   encrypt a short message with a token key (PKCS#1 v1.5)\n"
     "  decrypt   decrypt a message with a token key\n"
+    "  readers   list the PC/SC readers, their cards and their token slots\n"
     "\n"
     "Options:\n"
     "  --provider LIBRARY   the provider library to load (default: the one\n"
     "                       beside this program)\n"
     "  --version            print the client's version\n"
+    "  --interactive        open the provider without NCRYPT_SILENT_FLAG: with\n"
+    "                       several tokens or none, the provider asks for the\n"
+    "                       reader in its card selection dialog\n"
     "\n"
     "Commands that write take -o FILE; info, readers, keys and certs take\n"
     "--format json. 'quelmksp COMMAND --help' describes a command.\n"
@@ -109,7 +113,12 @@ int Fail(const std::string& message) {
 int main(int argc, char** argv) {
     std::vector<std::string> args(argv + 1, argv + argc);
     Invocation invocation{DefaultProvider(), {}};
-    if (!args.empty() && args[0] == "--provider") {
+    while (!args.empty() && (args[0] == "--provider" || args[0] == "--interactive")) {
+        if (args[0] == "--interactive") {
+            invocation.interactive = true;
+            args.erase(args.begin());
+            continue;
+        }
         if (args.size() < 2) {
             std::fprintf(stderr, "quelmksp: --provider needs a value\n\n%s", kUsage);
             return exit_code::kUsage;

@@ -20,7 +20,8 @@ std::string ModuleFailure(const std::string& libraryPath) {
 
 }  // namespace
 
-ProviderClient::ProviderClient(const std::string& libraryPath) : libraryPath_(libraryPath) {
+ProviderClient::ProviderClient(const std::string& libraryPath, bool interactive)
+    : libraryPath_(libraryPath), openFlags_(interactive ? 0 : NCRYPT_SILENT_FLAG) {
     std::string error;
     module_ = platform::Module::Load(libraryPath, &error);
     if (!module_) throw std::runtime_error("cannot load " + libraryPath + ": " + error);

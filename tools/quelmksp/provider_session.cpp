@@ -34,7 +34,7 @@ std::string OpenFailureCause(const ProviderClient& client) {
 
 ProviderSession::ProviderSession(const ProviderClient& client) : table_(client.table()) {
     SECURITY_STATUS status =
-        table_.OpenProvider(&provider_, QKSP_TEXT("Velmora KSP v4.5"), NCRYPT_SILENT_FLAG);
+        table_.OpenProvider(&provider_, QKSP_TEXT("Velmora KSP v4.5"), client.openFlags());
     if (status != ERROR_SUCCESS) {
         provider_ = 0;
         ThrowStatus(status, OpenFailureCause(client));

@@ -10,7 +10,8 @@
 
 class ProviderSession {
 public:
-    // Opens the provider silently, as a service would. Throws ClientError.
+    // Opens the provider silently, as a service would, unless the client is
+    // interactive. Throws ClientError.
     explicit ProviderSession(const ProviderClient& client);
     ~ProviderSession();
     ProviderSession(const ProviderSession&) = delete;
