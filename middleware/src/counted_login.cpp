@@ -22,12 +22,12 @@ CK_RV report(const StateError& error) {
 namespace {
 
 CK_RV count_pin_try(Module& module, CK_SESSION_HANDLE session, LoginEntry entry,
-                    const std::function<CK_RV()>& try_pin) {
+                    const std::function<CK_RV()>& try_pin, bool* tries_left = nullptr) {
     CK_FUNCTION_LIST& backend = module.backend;
     CK_SESSION_INFO session_info{};
     if (const CK_RV rv = backend.C_GetSessionInfo(session, &session_info); rv != CKR_OK) return rv;
     CK_TOKEN_INFO token{};
-    if (const CK_RV rv = backend.C_GetTokenInfo(session_info.slotID, &token); rv != CKR_OK) {
+    if (const CK_RV rv = module.token_info(session_info.slotID, &token); rv != CKR_OK) {
         return rv;
     }
     const std::string key = token_key(token);
@@ -49,10 +49,23 @@ CK_RV count_pin_try(Module& module, CK_SESSION_HANDLE session, LoginEntry entry,
         counters.commit();
         const unsigned left = max_tries - failures;
         if (left == 0) return CKR_PIN_LOCKED;
-        return entry == LoginEntry::kExtended ? CK_RV{left} : CKR_PIN_INCORRECT;
+        if (entry != LoginEntry::kExtended) return CKR_PIN_INCORRECT;
+        if (tries_left) *tries_left = true;
+        return CK_RV{left};
     } catch (const StateError& error) {
         return report(error);
     }
+}
+
+// A user login on a session that is already logged in as the user gets the backend's answer
+// for it without a PIN try: nothing can be counted, so the counter file is not needed.
+bool user_logged_in_already(CK_FUNCTION_LIST& backend, CK_SESSION_HANDLE session, CK_USER_TYPE user,
+                            CK_UTF8CHAR_PTR pin) {
+    if (user != CKU_USER || !pin) return false;
+    CK_SESSION_INFO session_info{};
+    return backend.C_GetSessionInfo(session, &session_info) == CKR_OK &&
+           (session_info.state == CKS_RO_USER_FUNCTIONS ||
+            session_info.state == CKS_RW_USER_FUNCTIONS);
 }
 
 }  // namespace
@@ -63,18 +76,26 @@ CK_RV counted_login(Module& module, CK_SESSION_HANDLE session, CK_USER_TYPE user
     if (user != CKU_USER && user != CKU_CONTEXT_SPECIFIC) {
         return backend.C_Login(session, user, pin, pin_len);
     }
-    // A session that is already logged in as the user gets the backend's answer for it without
-    // a PIN try: nothing can be counted, so the counter file is not needed.
-    if (user == CKU_USER && pin) {
-        CK_SESSION_INFO session_info{};
-        if (backend.C_GetSessionInfo(session, &session_info) == CKR_OK &&
-            (session_info.state == CKS_RO_USER_FUNCTIONS ||
-             session_info.state == CKS_RW_USER_FUNCTIONS)) {
-            return CKR_USER_ALREADY_LOGGED_IN;
-        }
-    }
+    if (user_logged_in_already(backend, session, user, pin)) return CKR_USER_ALREADY_LOGGED_IN;
     return count_pin_try(module, session, entry,
                          [&] { return backend.C_Login(session, user, pin, pin_len); });
+}
+
+CK_RV extended_login_result(CK_RV rv, bool tries_left) {
+    constexpr CK_RV kHighestTriesLeft = 14;
+    if (tries_left || rv < 1 || rv > kHighestTriesLeft) return rv;
+    return CKR_DEVICE_ERROR;
+}
+
+CK_RV extended_login(Module& module, CK_SESSION_HANDLE session, CK_USER_TYPE user,
+                     CK_UTF8CHAR_PTR pin, CK_ULONG pin_len, bool* tries_left) {
+    CK_FUNCTION_LIST& backend = module.backend;
+    if (user != CKU_USER && user != CKU_CONTEXT_SPECIFIC)
+        return backend.C_Login(session, user, pin, pin_len);
+    if (user_logged_in_already(backend, session, user, pin)) return CKR_USER_ALREADY_LOGGED_IN;
+    return count_pin_try(
+        module, session, LoginEntry::kExtended,
+        [&] { return backend.C_Login(session, user, pin, pin_len); }, tries_left);
 }
 
 CK_RV counted_set_pin(Module& module, CK_SESSION_HANDLE session, CK_UTF8CHAR_PTR old_pin,
@@ -113,7 +134,7 @@ void apply_counter_flags(const Module& module, CK_TOKEN_INFO& info) {
 
 CK_RV reset_counter(const Module& module, CK_SLOT_ID slot) {
     CK_TOKEN_INFO token{};
-    if (const CK_RV rv = module.backend.C_GetTokenInfo(slot, &token); rv != CKR_OK) return rv;
+    if (const CK_RV rv = module.token_info(slot, &token); rv != CKR_OK) return rv;
     try {
         auto counters = module.counters.begin();
         counters.set_failures(token_key(token), 0);

@@ -14,6 +14,17 @@ enum class LoginEntry { kStandard, kExtended };
 CK_RV counted_login(Module& module, CK_SESSION_HANDLE session, CK_USER_TYPE user,
                     CK_UTF8CHAR_PTR pin, CK_ULONG pin_len, LoginEntry entry);
 
+// The extended entry's login. *tries_left is set when the result is the
+// number of tries left after a wrong PIN.
+CK_RV extended_login(Module& module, CK_SESSION_HANDLE session, CK_USER_TYPE user,
+                     CK_UTF8CHAR_PTR pin, CK_ULONG pin_len, bool* tries_left);
+
+// The extended entry answers a wrong PIN with the tries left, 1 to 14, which
+// share their numbers with ordinary errors (CKR_FUNCTION_FAILED is 6). Any
+// other failure in that range becomes CKR_DEVICE_ERROR, so that a caller never
+// takes, say, an unwritable counter for a wrong PIN.
+CK_RV extended_login_result(CK_RV rv, bool tries_left);
+
 // C_SetPIN with the user's old PIN is a PIN try like a login, and counts as one.
 CK_RV counted_set_pin(Module& module, CK_SESSION_HANDLE session, CK_UTF8CHAR_PTR old_pin,
                       CK_ULONG old_len, CK_UTF8CHAR_PTR new_pin, CK_ULONG new_len);

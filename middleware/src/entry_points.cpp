@@ -139,7 +139,7 @@ CK_RV GetSlotInfo(CK_SLOT_ID slot, CK_SLOT_INFO_PTR info) {
 CK_RV GetTokenInfo(CK_SLOT_ID slot, CK_TOKEN_INFO_PTR info) {
     return with_module([&](Module& module) {
         if (!info) return CKR_ARGUMENTS_BAD;
-        const CK_RV rv = module.backend.C_GetTokenInfo(slot, info);
+        const CK_RV rv = module.token_info(slot, info);
         if (rv == CKR_OK) apply_counter_flags(module, *info);
         return rv;
     });
@@ -230,9 +230,11 @@ CK_RV Login(CK_SESSION_HANDLE session, CK_USER_TYPE user, CK_UTF8CHAR_PTR pin, C
 
 CK_RV ExtendedLogin(CK_SESSION_HANDLE session, CK_USER_TYPE user, CK_UTF8CHAR_PTR pin,
                     CK_ULONG pin_len) {
-    return with_module([&](Module& module) {
-        return counted_login(module, session, user, pin, pin_len, LoginEntry::kExtended);
+    bool tries_left = false;
+    const CK_RV rv = with_module([&](Module& module) {
+        return extended_login(module, session, user, pin, pin_len, &tries_left);
     });
+    return extended_login_result(rv, tries_left);
 }
 
 CK_RV Logout(CK_SESSION_HANDLE session) {

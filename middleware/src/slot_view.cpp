@@ -11,7 +11,7 @@ namespace {
 bool hidden(const Module& module, CK_SLOT_ID slot) {
     if (module.settings.show_uninitialized) return false;
     CK_TOKEN_INFO token{};
-    if (module.backend.C_GetTokenInfo(slot, &token) != CKR_OK) return false;
+    if (module.token_info(slot, &token) != CKR_OK) return false;
     return !(token.flags & CKF_TOKEN_INITIALIZED);
 }
 
@@ -57,7 +57,7 @@ CK_RV get_slot_info(const Module& module, CK_SLOT_ID slot, CK_SLOT_INFO_PTR info
     if (rv != CKR_OK || module.settings.slot_names.empty()) return rv;
     if (!(info->flags & CKF_TOKEN_PRESENT)) return rv;
     CK_TOKEN_INFO token{};
-    if (module.backend.C_GetTokenInfo(slot, &token) != CKR_OK) return rv;
+    if (module.token_info(slot, &token) != CKR_OK) return rv;
     const std::string serial = unpadded(token.serialNumber, sizeof token.serialNumber);
     const std::string label = unpadded(token.label, sizeof token.label);
     for (const SlotNameRule& rule : module.settings.slot_names) {

@@ -42,7 +42,7 @@ SECURITY_STATUS RunCipher(Direction direction, NCRYPT_PROV_HANDLE hProvider, NCR
     if (!key->fFinished) return frame.Fail(NTE_BAD_KEY_STATE, kNotFinalized);
     if (SECURITY_STATUS status = LogInForOperation(frame, *provider)) return status;
 
-    std::unique_ptr<RSAPair> pair = PairOnSession(*provider);
+    std::unique_ptr<RSAPair> pair = PairOnSession(*provider, *key);
     if (!pair) return frame.Exit(NTE_NO_MEMORY);
     CK_ULONG length = pbOutput ? cbOutput : *pcbResult;
     SECURITY_STATUS status;

@@ -10,7 +10,7 @@ SECURITY_STATUS CheckKeyHandles(OperationFrame& frame, NCRYPT_PROV_HANDLE hProvi
                                 QUELMKSP_KEY** key) {
     *provider = ProviderFromHandle(hProvider);
     if (!*provider) return frame.Fail(NTE_INVALID_HANDLE, "pProvider is NULL");
-    *key = KeyFromHandle(hKey);
+    *key = KeyFromHandle(hKey, *provider);
     if (!*key) return frame.Fail(NTE_INVALID_HANDLE, "pKey is NULL");
     return ERROR_SUCCESS;
 }
@@ -24,10 +24,11 @@ SECURITY_STATUS LogInForOperation(OperationFrame& frame, QUELMKSP_PROVIDER& prov
     return ERROR_SUCCESS;
 }
 
-std::unique_ptr<RSAPair> PairOnSession(const QUELMKSP_PROVIDER& provider) {
+std::unique_ptr<RSAPair> PairOnSession(const QUELMKSP_PROVIDER& provider, const QUELMKSP_KEY& key) {
     std::unique_ptr<RSAPair> pair(new (std::nothrow) RSAPair());
     if (!pair) return nullptr;
     pair->pCryptoki = g_pCryptoki;
     pair->hSession = provider.hSession;
+    pair->dwModulusBits = key.dwBitLength;
     return pair;
 }

@@ -19,8 +19,9 @@ SECURITY_STATUS CheckKeyHandles(OperationFrame& frame, NCRYPT_PROV_HANDLE hProvi
 // Gets the provider's session logged in; a failure is traced.
 SECURITY_STATUS LogInForOperation(OperationFrame& frame, QUELMKSP_PROVIDER& provider);
 
-// A pair that works in the provider's session; null when memory runs out.
-std::unique_ptr<RSAPair> PairOnSession(const QUELMKSP_PROVIDER& provider);
+// A pair that works in the provider's session on a key of that length;
+// null when memory runs out.
+std::unique_ptr<RSAPair> PairOnSession(const QUELMKSP_PROVIDER& provider, const QUELMKSP_KEY& key);
 
 inline constexpr const char* kBadFlags =
     "The dwFlags parameter contains a value that is not valid.";

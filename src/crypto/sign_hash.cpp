@@ -34,7 +34,7 @@ SECURITY_STATUS SignHash(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey, v
     if (!key->fFinished) return frame.Fail(NTE_BAD_KEY_STATE, kNotFinalized);
     if (SECURITY_STATUS status = LogInForOperation(frame, *provider)) return status;
 
-    std::unique_ptr<RSAPair> pair = PairOnSession(*provider);
+    std::unique_ptr<RSAPair> pair = PairOnSession(*provider, *key);
     if (!pair) return frame.Exit(NTE_NO_MEMORY);
     pair->hPrivateKey = key->hPrivateKey;
     frame.log().WriteBytes("Hash\t\t: ", pbHashValue, cbHashValue);

@@ -32,7 +32,7 @@ SECURITY_STATUS VerifySignature(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE 
     if (!key->fFinished) return frame.Fail(NTE_BAD_KEY_STATE, kNotFinalized);
     if (SECURITY_STATUS status = LogInForOperation(frame, *provider)) return status;
 
-    std::unique_ptr<RSAPair> pair = PairOnSession(*provider);
+    std::unique_ptr<RSAPair> pair = PairOnSession(*provider, *key);
     if (!pair) return frame.Exit(NTE_NO_MEMORY);
     pair->hPublicKey = key->hPublicKey;
     SECURITY_STATUS status = pair->VerifyData(pbHashValue, cbHashValue, pbSignature, cbSignature);

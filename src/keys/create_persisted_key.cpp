@@ -3,6 +3,7 @@
 #include "config/registry_paths.h"
 #include "keys/key_creation.h"
 #include "platform/registry.h"
+#include "provider/handle_registry.h"
 #include "provider/operation_frame.h"
 #include "provider/operations.h"
 
@@ -94,6 +95,7 @@ SECURITY_STATUS CreatePersistedKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HAND
         return frame.Fail(NTE_INTERNAL_ERROR, "Failed to get registry key");
     key->dwBitLength = bits;
     key->dwAlgId = kLegacyAlgIds[dwLegacyKeySpec];
+    g_pHandles->Add(key.get(), HandleKind::kKey, provider);
     *phKey = reinterpret_cast<NCRYPT_KEY_HANDLE>(key.release());
     return frame.Exit(ERROR_SUCCESS);
 }

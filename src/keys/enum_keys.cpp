@@ -1,4 +1,5 @@
 #include <cstring>
+#include <memory>
 
 #include "keys/key_context.h"
 #include "provider/caller_buffer.h"
@@ -41,7 +42,8 @@ NCryptKeyName* NewKeyNameRecord(platform::WideView name) {
 SECURITY_STATUS ReadKeyNameFromKeyObjectList(TraceFrame& frame, const QUELMKSP_PROVIDER& provider,
                                              QUELMKSP_ENUM_STATE** state, NCryptKeyName** keyName) {
     if (!*state) {
-        *state = static_cast<QUELMKSP_ENUM_STATE*>(AllocateCallerBuffer(sizeof **state));
+        *state = static_cast<QUELMKSP_ENUM_STATE*>(
+            AllocateCallerBuffer(sizeof **state, HandleKind::kEnumState));
         if (!*state) return NTE_NO_MEMORY;
     }
     uint32_t& index = (*state)->dwIndex;
@@ -89,6 +91,8 @@ SECURITY_STATUS EnumKeys(NCRYPT_PROV_HANDLE hProvider, LPCWSTR, NCryptKeyName** 
         return frame.Fail(NTE_NOT_SUPPORTED, " (dwFlags & NCRYPT_MACHINE_KEY_FLAG) ");
 
     auto* state = static_cast<QUELMKSP_ENUM_STATE*>(*ppEnumState);
+    if (state && !g_pHandles->Contains(state, HandleKind::kEnumState))
+        return frame.Fail(NTE_INVALID_HANDLE, "ppEnumState is not a live enumeration state");
     bool newEnumeration = state == nullptr;
     if (newEnumeration) {
         frame.Line("EnumState is null");
@@ -103,10 +107,12 @@ SECURITY_STATUS EnumKeys(NCRYPT_PROV_HANDLE hProvider, LPCWSTR, NCryptKeyName** 
 
     NCryptKeyName* keyName = nullptr;
     SECURITY_STATUS status = Step(frame, *provider, &state, &keyName);
-    if (status != ERROR_SUCCESS) {
-        if (newEnumeration) ReleaseCallerBuffer(state);
-        return frame.Exit(status);
-    }
+    // A state made by this call is the caller's only once a name goes with
+    // it; until then it is released on the way out.
+    std::unique_ptr<QUELMKSP_ENUM_STATE, CallerBufferRelease> made(newEnumeration ? state
+                                                                                  : nullptr);
+    if (status != ERROR_SUCCESS) return frame.Exit(status);
+    made.release();
     *ppKeyName = keyName;
     *ppEnumState = state;
     return frame.Exit(ERROR_SUCCESS);

@@ -66,7 +66,7 @@ SECURITY_STATUS FinalizeKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey
                          {{"hProvider", hProvider}, {"hKey", hKey}, {"dwFlags", dwFlags}});
     QUELMKSP_PROVIDER* provider = ProviderFromHandle(hProvider);
     if (!provider) return frame.Fail(NTE_INVALID_HANDLE, "pProvider is NULL");
-    QUELMKSP_KEY* key = KeyFromHandle(hKey);
+    QUELMKSP_KEY* key = KeyFromHandle(hKey, provider);
     if (!key) return frame.Fail(NTE_INVALID_HANDLE, "pKey is NULL");
     if (dwFlags & ~kFinalizeFlags)
         return frame.Fail(NTE_BAD_FLAGS,

@@ -1,6 +1,7 @@
 #include <memory>
 
 #include "keys/key_context.h"
+#include "provider/handle_registry.h"
 #include "provider/operation_frame.h"
 #include "provider/operations.h"
 #include "provider/provider_context.h"
@@ -9,9 +10,11 @@ namespace quelmksp {
 
 SECURITY_STATUS FreeKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey) {
     OperationFrame frame("QUELMKSPFreeKey", {{"hProvider", hProvider}, {"hKey", hKey}});
-    if (!ProviderFromHandle(hProvider)) return frame.Fail(NTE_INVALID_HANDLE, "pProvider is NULL");
-    std::unique_ptr<QUELMKSP_KEY> key(KeyFromHandle(hKey));
-    if (!key) return frame.Fail(NTE_INVALID_HANDLE, "pKey is NULL");
+    QUELMKSP_PROVIDER* provider = ProviderFromHandle(hProvider);
+    if (!provider) return frame.Fail(NTE_INVALID_HANDLE, "pProvider is NULL");
+    if (!KeyFromHandle(hKey, provider)) return frame.Fail(NTE_INVALID_HANDLE, "pKey is NULL");
+    g_pHandles->Remove(reinterpret_cast<void*>(hKey), HandleKind::kKey);
+    std::unique_ptr<QUELMKSP_KEY> key(reinterpret_cast<QUELMKSP_KEY*>(hKey));
 
     // The token objects stay: a key handle only names them.
     if (key->pszKeyName) frame.Line("Deleting key name");

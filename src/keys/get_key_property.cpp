@@ -10,6 +10,7 @@
 #include "provider/card_monitor.h"
 #include "provider/operations.h"
 #include "provider/property_name.h"
+#include "provider/result_length.h"
 #include "token/cryptoki_library.h"
 #include "token/key_certificate.h"
 
@@ -77,20 +78,6 @@ const KeyPropertyRow kKeyProperties[] = {
     {NCRYPT_UNIQUE_NAME_PROPERTY, "dwProperty = QUELMKSP_UNIQUE_NAME_PROPERTY", KeyNameValue},
 };
 
-// The value length reaches the caller on every path that was given
-// somewhere to put it.
-class ResultLength {
-public:
-    explicit ResultLength(DWORD* pcbResult) : pcbResult_(pcbResult) {}
-    ~ResultLength() {
-        if (pcbResult_) *pcbResult_ = value;
-    }
-    DWORD value = 0;
-
-private:
-    DWORD* pcbResult_;
-};
-
 SECURITY_STATUS CopyFixedValue(OperationFrame& frame, const KeyPropertyRow& row,
                                const QUELMKSP_KEY& key, PBYTE pbOutput, DWORD cbOutput,
                                ResultLength& result) {
@@ -149,7 +136,7 @@ SECURITY_STATUS GetKeyProperty(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE h
     QUELMKSP_PROVIDER* provider = ProviderFromHandle(hProvider);
     if (!provider)
         return frame.Fail(NTE_INVALID_HANDLE, "Invalid provider handle, pProvider is NULL");
-    QUELMKSP_KEY* key = KeyFromHandle(hKey);
+    QUELMKSP_KEY* key = KeyFromHandle(hKey, provider);
     if (!key) return frame.Fail(NTE_INVALID_HANDLE, "Invalid key handle, pKey is NULL");
     if (!pszProperty) return frame.Fail(NTE_INVALID_PARAMETER, "pszProperty is NULL");
     if (PropertyNameTooLong(pszProperty))

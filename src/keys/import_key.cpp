@@ -8,6 +8,7 @@
 #include "keys/private_key_blob.h"
 #include "pin/login.h"
 #include "platform/secure_zero.h"
+#include "provider/handle_registry.h"
 #include "provider/operations.h"
 #include "token/cryptoki_library.h"
 #include "token/public_key.h"
@@ -71,7 +72,7 @@ SECURITY_STATUS DecryptBlob(OperationFrame& frame, const QUELMKSP_PROVIDER& prov
                             KeyBytes* blob, uint32_t* blobLength) {
     if (length <= kClearBytes)
         return frame.Fail(NTE_BAD_DATA, "The encrypted blob holds no ciphertext");
-    std::unique_ptr<RSAPair> pair = PairOnSession(provider);
+    std::unique_ptr<RSAPair> pair = PairOnSession(provider, importKey);
     if (!pair) return frame.Exit(NTE_NO_MEMORY);
     pair->hPrivateKey = importKey.hPrivateKey;
     CK_ULONG plainLength = 0;
@@ -194,7 +195,7 @@ SECURITY_STATUS ImportKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hImpor
     KeyBytes blob;
     uint32_t blobLength = cbData;
     if (hImportKey != 0) {
-        QUELMKSP_KEY* importKey = KeyFromHandle(hImportKey);
+        QUELMKSP_KEY* importKey = KeyFromHandle(hImportKey, provider);
         if (!importKey) return frame.Fail(NTE_INVALID_HANDLE, "hImportKey handle is invalid");
         if (SECURITY_STATUS status =
                 DecryptBlob(frame, *provider, *importKey, pbData, cbData, &blob, &blobLength))
@@ -234,11 +235,16 @@ SECURITY_STATUS ImportKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hImpor
             frame.Line("Finalizing key...");
             // An import that leaves nothing on the token is not a success: the
             // caller would take the key for stored.
+            g_pHandles->Add(key.get(), HandleKind::kKey, provider);
             SECURITY_STATUS finalized =
                 FinalizeKey(hProvider, reinterpret_cast<NCRYPT_KEY_HANDLE>(key.get()), 0);
-            if (finalized != ERROR_SUCCESS) return frame.Exit(finalized);
+            if (finalized != ERROR_SUCCESS) {
+                g_pHandles->Remove(key.get(), HandleKind::kKey);
+                return frame.Exit(finalized);
+            }
         }
     }
+    g_pHandles->Add(key.get(), HandleKind::kKey, provider);
     *phKey = reinterpret_cast<NCRYPT_KEY_HANDLE>(key.release());
     LogoutAfterImport(provider);
     return frame.Exit(ERROR_SUCCESS);

@@ -5,6 +5,7 @@
 #include <new>
 
 #include "diag/debug_class.h"
+#include "provider/handle_registry.h"
 
 namespace {
 
@@ -68,8 +69,9 @@ SECURITY_STATUS DeleteKeyObject(QUELMKSP_KEY& record) {
     return ERROR_SUCCESS;
 }
 
-QUELMKSP_KEY* KeyFromHandle(NCRYPT_KEY_HANDLE handle) {
+QUELMKSP_KEY* KeyFromHandle(NCRYPT_KEY_HANDLE handle, const void* provider) {
     auto* key = reinterpret_cast<QUELMKSP_KEY*>(handle);
+    if (!g_pHandles->Contains(key, HandleKind::kKey, provider)) return nullptr;
     if (!key || key->cbLength < QUELMKSP_KEY::kRecordLength || key->dwMagic != QUELMKSP_KEY::kMagic)
         return nullptr;
     return key;

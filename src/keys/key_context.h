@@ -62,9 +62,9 @@ SECURITY_STATUS CreateNewKeyObject(const platform::WideChar* keyName, QUELMKSP_K
 // handles and its finalized state stay.
 SECURITY_STATUS DeleteKeyObject(QUELMKSP_KEY& record);
 
-// The record behind a key handle, or null when the handle is null or its
-// length or magic is wrong.
-QUELMKSP_KEY* KeyFromHandle(NCRYPT_KEY_HANDLE handle);
+// The record behind a key handle, or null when the handle is not a live key
+// of that provider or its length or magic is wrong.
+QUELMKSP_KEY* KeyFromHandle(NCRYPT_KEY_HANDLE handle, const void* provider);
 
 // The status for a failure of the platform's algorithm provider.
 SECURITY_STATUS NtStatusToSecurityStatus(int32_t status);

@@ -2,6 +2,7 @@
 #include <new>
 
 #include "keys/key_context.h"
+#include "provider/handle_registry.h"
 #include "provider/operation_frame.h"
 #include "provider/operations.h"
 #include "provider/provider_context.h"
@@ -73,6 +74,7 @@ SECURITY_STATUS OpenKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE* phKey, 
     if ((dwLegacyKeySpec & AT_SIGNATURE) && key->hPrivateKey == 0)
         return frame.Fail(NTE_BAD_KEYSET, "AT_SIGNATURE Key not found");
 
+    g_pHandles->Add(key.get(), HandleKind::kKey, provider);
     *phKey = reinterpret_cast<NCRYPT_KEY_HANDLE>(key.release());
     frame.log().WriteHex("Key opened. Handle: ", Low32(*phKey));
     return frame.Exit(ERROR_SUCCESS);

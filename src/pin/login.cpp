@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <mutex>
 #include <new>
 #include <string_view>
 
@@ -41,7 +42,7 @@ public:
         g_pTokenLog->WriteLine("Securely clearing PIN buffer");
         pin_.reset();
         g_pTokenLog->WriteLine("Pin buffer cleared");
-        if (holdsLock_) g_pPinManager->lock.unlock();
+        if (cacheLock_.owns_lock()) cacheLock_.unlock();
         g_pTokenLog->WriteLine("Cleanup routine success - Login");
         return status;
     }
@@ -57,8 +58,7 @@ private:
         PrepareDialog(info);
 
         g_pTokenLog->WriteLine("Entering critical section");
-        g_pPinManager->lock.lock();
-        holdsLock_ = true;
+        cacheLock_.lock();
         g_pTokenLog->WriteLine("Checking PIN cache");
         uint32_t length = 0;
         SECURITY_STATUS status =
@@ -66,7 +66,7 @@ private:
         if (status == NTE_NOT_FOUND) {
             // The lookup has let go of the lock, so that no other login
             // waits on a user typing.
-            holdsLock_ = false;
+            cacheLock_.release();
             return RunDialog();
         }
         if (status != ERROR_SUCCESS) {
@@ -131,7 +131,9 @@ private:
     CK_FUNCTION_LIST& token_;
     std::unique_ptr<CLogin> dialog_;
     platform::SecureBuffer<uint8_t> pin_;
-    bool holdsLock_ = false;
+    // Held from the cache lookup to the end of a cached login; released on
+    // every way out, an exception included.
+    std::unique_lock<platform::CriticalSection> cacheLock_{g_pPinManager->lock, std::defer_lock};
 };
 
 }  // namespace

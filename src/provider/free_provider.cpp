@@ -1,3 +1,7 @@
+#include <memory>
+
+#include "keys/key_context.h"
+#include "provider/handle_registry.h"
 #include "provider/operation_frame.h"
 #include "provider/operations.h"
 #include "provider/provider_context.h"
@@ -28,6 +32,13 @@ SECURITY_STATUS FreeProvider(NCRYPT_PROV_HANDLE hProvider) {
     frame.Line("Closing cryptographic session");
     if (g_pCryptoki->functions()->C_CloseSession(provider->hSession) != CKR_OK)
         return frame.Fail(NTE_INTERNAL_ERROR, "An internal error occured");
+    // Keys the caller never freed go with their provider, so that a later
+    // provider at the same address can never adopt them.
+    for (void* key : g_pHandles->RemoveKeysOf(provider)) {
+        std::unique_ptr<QUELMKSP_KEY> record(static_cast<QUELMKSP_KEY*>(key));
+        DeleteKeyObject(*record);
+    }
+    g_pHandles->Remove(provider, HandleKind::kProvider);
     ProviderRecord(provider).reset();
     return frame.Exit(ERROR_SUCCESS);
 }

@@ -5,6 +5,7 @@
 #include "config/registry_paths.h"
 #include "platform/registry.h"
 #include "provider/card_selection.h"
+#include "provider/handle_registry.h"
 #include "provider/operation_frame.h"
 #include "provider/operations.h"
 #include "provider/provider_context.h"
@@ -114,8 +115,6 @@ private:
                         selected.begin());
         } else {
             frame_.Line("Provider not set");
-            // Without the selection dialog the user's answer is always a
-            // cancellation.
             int32_t choice = SelectCard(selected.data());
             if (choice == SCARD_E_CANCELLED || choice == SCARD_E_CANCELLED_BY_USER)
                 return frame_.Fail(ERROR_CANCELLED, "The operation was cancelled.");
@@ -196,6 +195,7 @@ SECURITY_STATUS OpenProvider(NCRYPT_PROV_HANDLE* phProvider, LPCWSTR pszProvider
     provider->dwUniqueSlotId = g_pReaderIds->GetUniqueSlotId(provider->pszReaderName.get());
     provider->pLock = std::make_unique<platform::CriticalSection>(kLockSpinCount);
 
+    g_pHandles->Add(provider.get(), HandleKind::kProvider);
     *phProvider = reinterpret_cast<NCRYPT_PROV_HANDLE>(provider.release());
     frame.log().WriteHex("Provider handle retrieved: ", Low32(*phProvider));
     return frame.Exit(ERROR_SUCCESS);

@@ -5,6 +5,7 @@
 #include "diag/debug_class.h"
 #include "pin/pin_manager.h"
 #include "provider/card_monitor.h"
+#include "provider/handle_registry.h"
 #include "provider/provider_cache.h"
 #include "provider/reader_ids.h"
 #include "token/cryptoki_library.h"
@@ -13,6 +14,7 @@ std::string g_bindingError;
 
 DebugClass* g_pTokenLog = new DebugClass(false);
 DebugClass* g_pOpLog = new DebugClass(true);
+HandleRegistry* g_pHandles = new HandleRegistry();
 // Null when the token module cannot be bound; the library then refuses to
 // load on Windows and refuses to hand out its table elsewhere.
 CryptokiLibrary* g_pCryptoki = CreateCryptokiLibrary();

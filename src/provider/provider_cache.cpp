@@ -32,6 +32,13 @@ void ProviderCache::CacheProviderInstance(QUELMKSP_PROVIDER* provider) {
     fSet = 1;
 }
 
+void ProviderCache::ForgetProvider(const QUELMKSP_PROVIDER* provider) {
+    std::lock_guard<platform::CriticalSection> guard(lock_);
+    if (pProvider != provider) return;
+    pProvider = nullptr;
+    fSet = 0;
+}
+
 std::optional<platform::WideString> ProviderCache::CachedReaderName() {
     std::lock_guard<platform::CriticalSection> guard(lock_);
     if (!fSet || !pProvider) return std::nullopt;

@@ -18,6 +18,8 @@ public:
     void CacheProviderInstance(QUELMKSP_PROVIDER* provider);
     // The reader name of the remembered provider, when there is one.
     std::optional<platform::WideString> CachedReaderName();
+    // Forgets the provider if it is the remembered one, as it goes away.
+    void ForgetProvider(const QUELMKSP_PROVIDER* provider);
 
     uint32_t fSet = 0;
     QUELMKSP_PROVIDER* pProvider = nullptr;

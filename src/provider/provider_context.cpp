@@ -5,8 +5,12 @@
 #include <new>
 
 #include "platform/secure_zero.h"
+#include "provider/handle_registry.h"
+#include "provider/provider_cache.h"
 
 void ProviderRecordDelete::operator()(QUELMKSP_PROVIDER* provider) const {
+    // The cache may have taken the record before OpenProvider could fail.
+    g_pProviderCache->ForgetProvider(provider);
     size_t length = provider->cbLength;
     provider->~QUELMKSP_PROVIDER();
     platform::SecureZero(provider, length);
@@ -30,6 +34,7 @@ ProviderRecord AllocateProviderRecord(platform::WideView name) {
 
 QUELMKSP_PROVIDER* ProviderFromHandle(NCRYPT_PROV_HANDLE handle) {
     auto* provider = reinterpret_cast<QUELMKSP_PROVIDER*>(handle);
+    if (!g_pHandles->Contains(provider, HandleKind::kProvider)) return nullptr;
     if (!provider || provider->cbLength < QUELMKSP_PROVIDER::kHeaderLength ||
         provider->dwMagic != QUELMKSP_PROVIDER::kMagic)
         return nullptr;

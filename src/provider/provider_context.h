@@ -46,6 +46,6 @@ using ProviderRecord = std::unique_ptr<QUELMKSP_PROVIDER, ProviderRecordDelete>;
 // in. Returns null when memory runs out.
 ProviderRecord AllocateProviderRecord(platform::WideView name);
 
-// The record behind a handle, or null when the handle is null or its length
-// or magic is wrong.
+// The record behind a handle, or null when the handle is not a live provider
+// handle or its length or magic is wrong.
 QUELMKSP_PROVIDER* ProviderFromHandle(NCRYPT_PROV_HANDLE handle);

@@ -10,12 +10,22 @@ CK_MECHANISM Pkcs1() {
     return {CKM_RSA_PKCS, nullptr, 0};
 }
 
+// PKCS#1 v1.5 takes at most this many bytes less than the modulus.
+constexpr uint32_t kPkcs1Overhead = 11;
+
 int32_t OutputStatus(CK_RV rv) {
     if (rv == CKR_OK) return ERROR_SUCCESS;
     return rv == CKR_BUFFER_TOO_SMALL ? NTE_BUFFER_TOO_SMALL : NTE_INTERNAL_ERROR;
 }
 
 }  // namespace
+
+bool RSAPair::FitsModulus(size_t length, uint32_t overhead, bool exactly) const {
+    if (dwModulusBits == 0) return true;
+    size_t modulusBytes = dwModulusBits / 8;
+    if (exactly) return length == modulusBytes;
+    return modulusBytes >= overhead && length <= modulusBytes - overhead;
+}
 
 RSAPair::~RSAPair() {
     platform::SecureZero(rgbId, sizeof rgbId);
@@ -37,9 +47,13 @@ int32_t RSAPair::SignData(const uint8_t* hash, uint32_t hashLength, uint8_t* sig
 int32_t RSAPair::VerifyData(const uint8_t* hash, uint32_t hashLength, const uint8_t* signature,
                             uint32_t signatureLength) {
     if (!Bound() || !hPublicKey || !hash || !signature) return NTE_INVALID_PARAMETER;
+    // Before anything is read: what the key cannot have signed is no match.
+    if (!FitsModulus(signatureLength, 0, true) || !FitsModulus(hashLength, kPkcs1Overhead))
+        return NTE_FAIL;
     auto data = digest_info::ForSigning({hash, hashLength});
     std::vector<uint8_t> asGiven(hash, hash + hashLength);
     std::vector<uint8_t>& signed_ = data ? *data : asGiven;
+    if (!FitsModulus(signed_.size(), kPkcs1Overhead)) return NTE_FAIL;
     mechanism = Pkcs1();
     if (Token().C_VerifyInit(hSession, &mechanism, hPublicKey) != CKR_OK) return NTE_INTERNAL_ERROR;
     CK_RV rv = Token().C_Verify(hSession, signed_.data(), signed_.size(),
@@ -50,6 +64,7 @@ int32_t RSAPair::VerifyData(const uint8_t* hash, uint32_t hashLength, const uint
 int32_t RSAPair::EncryptData(const uint8_t* input, uint32_t inputLength, uint8_t* output,
                              CK_ULONG* outputLength) {
     if (!Bound() || !hPublicKey || !input || !outputLength) return NTE_INVALID_PARAMETER;
+    if (!FitsModulus(inputLength, kPkcs1Overhead)) return NTE_INTERNAL_ERROR;
     mechanism = Pkcs1();
     if (Token().C_EncryptInit(hSession, &mechanism, hPublicKey) != CKR_OK)
         return NTE_INTERNAL_ERROR;
@@ -60,6 +75,7 @@ int32_t RSAPair::EncryptData(const uint8_t* input, uint32_t inputLength, uint8_t
 int32_t RSAPair::DecryptData(const uint8_t* input, uint32_t inputLength, uint8_t* output,
                              CK_ULONG* outputLength) {
     if (!Bound() || !hPrivateKey || !input || !outputLength) return NTE_INVALID_PARAMETER;
+    if (!FitsModulus(inputLength, 0, true)) return NTE_INTERNAL_ERROR;
     mechanism = Pkcs1();
     switch (Token().C_DecryptInit(hSession, &mechanism, hPrivateKey)) {
         case CKR_OK:

@@ -39,6 +39,12 @@ public:
     int32_t DecryptData(const uint8_t* input, uint32_t inputLength, uint8_t* output,
                         CK_ULONG* outputLength);
 
+    // Whether a length the token would be handed fits the key, so that a
+    // caller who overstates a buffer's length is refused before the token
+    // reads past it: at most the modulus length less overhead, or exactly
+    // the modulus length. Without a known key length every length passes.
+    bool FitsModulus(size_t length, uint32_t overhead, bool exactly = false) const;
+
     CK_OBJECT_HANDLE hPublicKey = 0;
     CK_OBJECT_HANDLE hPrivateKey = 0;
     uint8_t rgbId[kGeneratedIdBytes] = {};

@@ -26,6 +26,7 @@ Windows Registry Editor Version 5.00
 [HKEY_LOCAL_MACHINE\\System\\CurrentControlSet\\Control\\Cryptography\\Providers\\Velmora KSP v4.5]
 "Aliases"=hex(7):56,00,65,00,6c,00,6d,00,6f,00,72,00,61,00,20,00,4b,00,53,\\
   00,50,00,20,00,76,00,34,00,2e,00,35,00,00,00,00,00
+"Default Key Length"=dword:00000400
 REG
 export QUELMKSP_REGISTRY="$work/quelmksp.reg"
 
@@ -60,16 +61,38 @@ run() {
     [ "$status" -eq "$expected" ] || fail "quelmksp $* exited $status, expected $expected"
 }
 
-# Every provider and key the client opened, on whatever path, it freed: the
-# provider's log has one free for each open.
+# Every provider and key the client opened or created, on whatever path, it
+# freed: the provider's log has one free for each.
 expect_handles_freed() {
     local opened freed
     opened=$(grep -c "^Provider handle retrieved" "$log" || true)
     freed=$(grep -c "^QUELMKSPFreeProvider - Exit: 0x00000000" "$log" || true)
     [ "$opened" -gt 0 ] && [ "$opened" -eq "$freed" ] || fail "$opened providers opened, $freed freed"
-    opened=$(grep -c "^Key opened" "$log" || true)
+    opened=$(grep -c -e "^Key opened" -e "^QUELMKSPCreatePersistedKey - Exit: 0x00000000" \
+        -e "^QUELMKSPImportKey - Exit: 0x00000000" \
+        "$log" || true)
     freed=$(grep -c "^QUELMKSPFreeKey - Exit: 0x00000000" "$log" || true)
     [ "$opened" -eq "$freed" ] || fail "$opened keys opened, $freed freed"
+}
+
+# The hexadecimal name that the last create printed.
+created_hex() {
+    local hex
+    hex=$(awk '$1 == "hex" { print $2 }' "$work/out")
+    [ -n "$hex" ] || fail "create printed no hexadecimal name"
+    echo "$hex"
+}
+
+# A self-signed demo CA in $work/ca.key and $work/ca.pem.
+make_ca() {
+    openssl req -x509 -newkey rsa:2048 -nodes -keyout "$work/ca.key" -out "$work/ca.pem" \
+        -subj "/CN=CLI Test CA" -days 2 2>/dev/null || fail "making the CA"
+}
+
+# issue REQUEST CERTIFICATE: the CA signs the request.
+issue() {
+    openssl x509 -req -in "$1" -CA "$work/ca.pem" -CAkey "$work/ca.key" -set_serial "$RANDOM" \
+        -days 2 -out "$2" 2>/dev/null || fail "the CA refuses the request $1"
 }
 
 expect_err() { grep -qF -- "$1" "$work/err" || fail "stderr lacks '$1'"; }

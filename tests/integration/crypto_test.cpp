@@ -113,7 +113,7 @@ TEST_F(Crypto, SignatureLengthsAndTheChecksBeforeTheLogin) {
               NTE_INVALID_PARAMETER);
     EXPECT_EQ(table_->SignHash(provider_, 0, nullptr, hash.data(), 32, nullptr, 0, &got, 0),
               NTE_INVALID_HANDLE);
-    KeyFromHandle(key_)->dwKeyUsage = NCRYPT_ALLOW_DECRYPT_FLAG;
+    KeyRecord(key_)->dwKeyUsage = NCRYPT_ALLOW_DECRYPT_FLAG;
     EXPECT_EQ(table_->SignHash(provider_, key_, nullptr, hash.data(), 32, nullptr, 0, &got, 0),
               NTE_PERM);
     EXPECT_EQ(script_->runs, 0) << "refused before any login";
@@ -161,7 +161,7 @@ TEST_F(Crypto, EncryptsAndDecryptsThroughTheToken) {
     EXPECT_EQ(table_->Decrypt(provider_, key_, message.data(), 32, nullptr, nullptr, 0, &length,
                               NCRYPT_PAD_PSS_FLAG),
               NTE_BAD_FLAGS);
-    KeyFromHandle(key_)->dwBitLength = 4;
+    KeyRecord(key_)->dwBitLength = 4;
     EXPECT_EQ(table_->Encrypt(provider_, key_, message.data(), 32, nullptr, nullptr, 0, &length,
                               NCRYPT_NO_PADDING_FLAG),
               NTE_INVALID_PARAMETER)
@@ -181,4 +181,37 @@ TEST_F(Crypto, VerifyAsksForThePinAndAKeyThatMayNotDecryptIsRefused) {
         table_->Decrypt(provider_, noDecrypt, cipher.data(), 128, nullptr, nullptr, 0, &length, 0),
         NTE_PERM);
     EXPECT_EQ(table_->FreeKey(provider_, noDecrypt), 0);
+}
+
+// A caller that overstates its buffer's length is refused before the token
+// would read past the buffer; the AddressSanitizer build would catch a read.
+TEST_F(Crypto, LengthsTheKeyCannotTakeNeverReachTheToken) {
+    const DWORD overstated = 0x40000000;
+    Bytes buffer(128, 1), output(128);
+    DWORD length = 0;
+    EXPECT_EQ(table_->Encrypt(provider_, key_, buffer.data(), overstated, nullptr, output.data(),
+                              128, &length, 0),
+              NTE_INTERNAL_ERROR);
+    EXPECT_EQ(table_->Encrypt(provider_, key_, buffer.data(), 118, nullptr, output.data(), 128,
+                              &length, 0),
+              NTE_INTERNAL_ERROR)
+        << "one byte more than PKCS#1 v1.5 leaves room for";
+    EXPECT_EQ(table_->Decrypt(provider_, key_, buffer.data(), overstated, nullptr, output.data(),
+                              128, &length, 0),
+              NTE_INTERNAL_ERROR);
+    EXPECT_EQ(table_->VerifySignature(provider_, key_, nullptr, buffer.data(), 32, buffer.data(),
+                                      overstated, 0),
+              NTE_FAIL);
+    EXPECT_EQ(table_->VerifySignature(provider_, key_, nullptr, buffer.data(), overstated,
+                                      buffer.data(), 128, 0),
+              NTE_FAIL);
+
+    Bytes message = BytesOf("still works");
+    ASSERT_EQ(table_->Encrypt(provider_, key_, message.data(), static_cast<DWORD>(message.size()),
+                              nullptr, output.data(), 128, &length, 0),
+              0);
+    EXPECT_EQ(table_->Decrypt(provider_, key_, output.data(), 128, nullptr, buffer.data(), 128,
+                              &length, 0),
+              0);
+    EXPECT_EQ(Bytes(buffer.begin(), buffer.begin() + length), message);
 }

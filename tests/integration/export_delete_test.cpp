@@ -97,7 +97,7 @@ TEST_F(ExportAndDelete, ExportWritesTheRsaPublicBlobOfANewKey) {
     EXPECT_EQ(Bytes(blob.begin() + 24, blob.begin() + 27), (Bytes{1, 0, 1}));
     TokenObjects token(*g_pCryptoki);
     EXPECT_EQ(Bytes(blob.begin() + 27, blob.begin() + 283),
-              token.Attribute(KeyFromHandle(created)->hPublicKey, CKA_MODULUS));
+              token.Attribute(KeyRecord(created)->hPublicKey, CKA_MODULUS));
     EXPECT_TRUE(std::all_of(blob.begin() + 283, blob.end(), [](uint8_t b) { return b == 0; }));
     EXPECT_EQ(table_->FreeKey(provider_, created), 0);
 }
@@ -149,7 +149,7 @@ TEST_F(ExportAndDelete, DeleteDestroysThePrivateHalfFirstAndKeepsTheCertificate)
     std::vector<platform::WideString> before = ListedKeys();
     ASSERT_EQ(std::count(before.begin(), before.end(), platform::WideString(WIDE("k1"))), 1);
     EXPECT_EQ(table_->DeleteKey(provider_, key_, NCRYPT_SILENT_FLAG), 0);
-    EXPECT_EQ(KeyFromHandle(key_)->pszKeyName.get(), nullptr) << "the key context is emptied";
+    EXPECT_EQ(KeyRecord(key_)->pszKeyName.get(), nullptr) << "the key context is emptied";
     std::vector<CK_OBJECT_HANDLE> publics = token.Find(CKO_PUBLIC_KEY);
     ASSERT_EQ(publics.size(), 1u);
     EXPECT_EQ(token.Attribute(publics[0], CKA_ID), BytesOf("k2"));

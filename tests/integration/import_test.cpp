@@ -61,15 +61,6 @@ protected:
             0);
         return signature;
     }
-    Bytes SessionAttribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type) {
-        CK_FUNCTION_LIST& token = *g_pCryptoki->functions();
-        CK_ATTRIBUTE attribute = {type, nullptr, 0};
-        EXPECT_EQ(token.C_GetAttributeValue(Provider().hSession, object, &attribute, 1), CKR_OK);
-        Bytes value(attribute.ulValueLen);
-        attribute.pValue = value.data();
-        EXPECT_EQ(token.C_GetAttributeValue(Provider().hSession, object, &attribute, 1), CKR_OK);
-        return value;
-    }
     bool LoggedIn() {
         CK_SESSION_INFO info{};
         g_pCryptoki->functions()->C_GetSessionInfo(Provider().hSession, &info);
@@ -148,7 +139,7 @@ TEST_F(KeyImport, APublicKeyWithoutANameIsASessionObjectMadeWithoutThePin) {
     NCRYPT_KEY_HANDLE key = 0;
     ASSERT_EQ(Import(WIDE("RSAPUBLICBLOB"), kRsaPublicBlob, &key), 0);
     EXPECT_EQ(script_->runs, 0);
-    QUELMKSP_KEY& record = *KeyFromHandle(key);
+    QUELMKSP_KEY& record = *KeyRecord(key);
     EXPECT_EQ(record.fFinished, 1u);
     EXPECT_EQ(record.hPrivateKey, 0u);
     EXPECT_EQ(SessionAttribute(record.hPublicKey, CKA_TOKEN), Bytes{CK_FALSE});
@@ -170,7 +161,7 @@ TEST_F(KeyImport, APublicKeyWithANameIsATokenObjectAndTheSessionIsLoggedOut) {
     ASSERT_EQ(Import(WIDE("RSAPUBLICBLOB"), kRsaPublicBlob, &key, &names.desc), 0);
     EXPECT_EQ(script_->runs, 1) << "a named public key asks for the PIN";
     EXPECT_FALSE(LoggedIn()) << "an import leaves the session logged out";
-    QUELMKSP_KEY& record = *KeyFromHandle(key);
+    QUELMKSP_KEY& record = *KeyRecord(key);
     EXPECT_EQ(platform::WideString(record.KeyName()), WIDE("imported"));
     TokenObjects token(*g_pCryptoki);
     std::string label = "imported";
@@ -189,7 +180,7 @@ TEST_F(KeyImport, APrivateKeySignsAsTheOriginalKey) {
     EXPECT_TRUE(Logged("Finalizing key..."));
     EXPECT_TRUE(Logged("Key is imported"));
     EXPECT_FALSE(LoggedIn());
-    QUELMKSP_KEY& record = *KeyFromHandle(key);
+    QUELMKSP_KEY& record = *KeyRecord(key);
     EXPECT_EQ(record.fFinished, 1u);
     TokenObjects token(*g_pCryptoki);
     Bytes id = token.Attribute(record.hPrivateKey, CKA_ID);
@@ -242,7 +233,7 @@ TEST_F(KeyImport, AnEncryptedBlobIsDecryptedOnTheTokenWithoutALogin) {
 
     NCRYPT_KEY_HANDLE key = 0;
     ASSERT_EQ(Import(WIDE("RSAPUBLICBLOB"), wrapped, &key, nullptr, 0, wrapper), 0);
-    EXPECT_EQ(SessionAttribute(KeyFromHandle(key)->hPublicKey, CKA_MODULUS),
+    EXPECT_EQ(SessionAttribute(KeyRecord(key)->hPublicKey, CKA_MODULUS),
               Bytes(kRsaPublicBlob.begin() + 27, kRsaPublicBlob.end()));
     EXPECT_FALSE(LoggedIn());
 

@@ -28,18 +28,6 @@ protected:
     }
     void Free(NCRYPT_KEY_HANDLE key) { EXPECT_EQ(table_->FreeKey(provider_, key), 0); }
 
-    // Attributes read in the provider's own session, which alone sees its
-    // session objects.
-    Bytes SessionAttribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type) {
-        CK_FUNCTION_LIST& token = *g_pCryptoki->functions();
-        CK_ATTRIBUTE attribute = {type, nullptr, 0};
-        EXPECT_EQ(token.C_GetAttributeValue(Provider().hSession, object, &attribute, 1), CKR_OK);
-        Bytes value(attribute.ulValueLen);
-        attribute.pValue = value.data();
-        EXPECT_EQ(token.C_GetAttributeValue(Provider().hSession, object, &attribute, 1), CKR_OK);
-        return value;
-    }
-
     bool Logged(const std::string& line) const {
         std::vector<std::string> lines = LogLines();
         return std::find(lines.begin(), lines.end(), line) != lines.end();
@@ -77,7 +65,7 @@ TEST_F(KeyCreation, CreatePersistedKeyChecksItsArgumentsInOrder) {
     for (DWORD spec = 0; spec <= 2; ++spec) {
         ClearLog();
         ASSERT_EQ(Create(nullptr, &key, spec, NCRYPT_SILENT_FLAG | NCRYPT_MACHINE_KEY_FLAG), 0);
-        QUELMKSP_KEY& record = *KeyFromHandle(key);
+        QUELMKSP_KEY& record = *KeyRecord(key);
         EXPECT_EQ(record.dwAlgId, algIds[spec]);
         EXPECT_EQ(record.dwBitLength, 1024u) << "the registry's default length";
         EXPECT_EQ(record.fFinished, 0u);
@@ -97,7 +85,7 @@ TEST_F(KeyCreation, FinalizeGeneratesThePairUnderARandomIdAndTheNameAsLabel) {
     EXPECT_EQ(script_->runs, 1);
     EXPECT_TRUE(Logged("Generating key pair"));
     EXPECT_TRUE(Logged("Bit length: 0x00000400"));
-    QUELMKSP_KEY& record = *KeyFromHandle(key);
+    QUELMKSP_KEY& record = *KeyRecord(key);
     EXPECT_EQ(record.fFinished, 1u);
 
     ASSERT_EQ(Create(WIDE("enrolment-2"), &second), 0);
@@ -126,7 +114,7 @@ TEST_F(KeyCreation, FinalizeGeneratesThePairUnderARandomIdAndTheNameAsLabel) {
     EXPECT_TRUE(token.BoolAttribute(privates[0], CKA_DECRYPT));
     EXPECT_TRUE(token.BoolAttribute(publics[0], CKA_ENCRYPT));
 
-    QUELMKSP_KEY& longer = *KeyFromHandle(second);
+    QUELMKSP_KEY& longer = *KeyRecord(second);
     EXPECT_EQ(token.Attribute(longer.hPublicKey, CKA_MODULUS).size(), 256u) << "\"Length\" wins";
     Bytes otherId = token.Attribute(longer.hPublicKey, CKA_ID);
     EXPECT_EQ(otherId.size(), 20u);
@@ -136,7 +124,7 @@ TEST_F(KeyCreation, FinalizeGeneratesThePairUnderARandomIdAndTheNameAsLabel) {
     NCRYPT_KEY_HANDLE opened = 0;
     platform::WideString listedName(id.begin(), id.end());
     ASSERT_EQ(table_->OpenKey(provider_, &opened, listedName.c_str(), 0, 0), 0);
-    EXPECT_EQ(KeyFromHandle(opened)->hPrivateKey, record.hPrivateKey);
+    EXPECT_EQ(KeyRecord(opened)->hPrivateKey, record.hPrivateKey);
     Free(opened);
 
     int dialogs = script_->runs;
@@ -158,7 +146,7 @@ TEST_F(KeyCreation, AnExistingNameIsRefusedUnlessItIsOverwritten) {
     EXPECT_TRUE(Logged("NTE_EXISTS: A key with the same name already exists"));
 
     ASSERT_EQ(Create(WIDE("half"), &key), 0) << "a lone public half is no key";
-    EXPECT_EQ(KeyFromHandle(key)->hPublicKey, 0u);
+    EXPECT_EQ(KeyRecord(key)->hPublicKey, 0u);
     EXPECT_EQ(table_->DeleteKey(provider_, key, 0), 0);
     EXPECT_EQ(token.Find(CKO_PUBLIC_KEY).size(), 2u) << "the lone half was not deleted";
     Free(key);
@@ -183,7 +171,7 @@ TEST_F(KeyCreation, AKeyWithoutANameLivesInTheSessionOnly) {
     ASSERT_EQ(Create(nullptr, &key), 0);
     EXPECT_FALSE(Logged("Validating key file existence"));
     ASSERT_EQ(Finalize(key), 0);
-    QUELMKSP_KEY& record = *KeyFromHandle(key);
+    QUELMKSP_KEY& record = *KeyRecord(key);
     for (CK_OBJECT_HANDLE object : {record.hPublicKey, record.hPrivateKey}) {
         EXPECT_EQ(SessionAttribute(object, CKA_TOKEN), Bytes{CK_FALSE});
         EXPECT_TRUE(SessionAttribute(object, CKA_LABEL).empty());
@@ -207,7 +195,7 @@ TEST_F(KeyCreation, FinalizeRefusesBeforeAskingForThePin) {
     EXPECT_EQ(table_->FinalizeKey(provider_, key, NCRYPT_SILENT_FLAG | NCRYPT_NO_KEY_VALIDATION),
               SCARD_W_CANCELLED_BY_USER);
     EXPECT_TRUE(Logged("Failed to login. Operation aborted"));
-    EXPECT_EQ(KeyFromHandle(key)->fFinished, 0u) << "a failed finalization can be tried again";
+    EXPECT_EQ(KeyRecord(key)->fFinished, 0u) << "a failed finalization can be tried again";
     EXPECT_EQ(Finalize(key), 0);
     Free(key);
 

@@ -108,7 +108,7 @@ TEST_F(KeyHandles, OpensAKeyByEveryAcceptedNameForm) {
           reader + WIDE("|ab"), WIDE("anything ") + reader + WIDE(" AB")}) {
         NCRYPT_KEY_HANDLE key = 0;
         ASSERT_EQ(Open(name, &key, 3), 0) << std::string(name.begin(), name.end());
-        const QUELMKSP_KEY& opened = *KeyFromHandle(key);
+        const QUELMKSP_KEY& opened = *KeyRecord(key);
         EXPECT_EQ(WideString(opened.KeyName()), WIDE("AB"));
         EXPECT_EQ(opened.cbKeyName, 3u);
         EXPECT_EQ(opened.fFinished, 1u);
@@ -121,7 +121,7 @@ TEST_F(KeyHandles, OpensAKeyByEveryAcceptedNameForm) {
     }
     NCRYPT_KEY_HANDLE key = 0;
     ASSERT_EQ(Open(WIDE("0102"), &key), 0);
-    EXPECT_EQ(WideString(KeyFromHandle(key)->KeyName()), kBinaryName);
+    EXPECT_EQ(WideString(KeyRecord(key)->KeyName()), kBinaryName);
     EXPECT_EQ(table_->FreeKey(provider_, key), 0);
 
     for (const WideString& name : {WideString(WIDE("414")), WideString(WIDE("AC")),

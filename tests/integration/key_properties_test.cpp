@@ -82,7 +82,7 @@ TEST_F(KeyProperties, EveryReadablePropertyWithItsLengthAndValue) {
         Bytes field = Dword(v);
         lengths.insert(lengths.end(), field.begin(), field.end());
     }
-    QUELMKSP_KEY& record = *KeyFromHandle(key_);
+    QUELMKSP_KEY& record = *KeyRecord(key_);
     const Expected table[] = {
         {WIDE("Algorithm Name"), Wide(WIDE("RSA")), "dwProperty = QUELMKSP_ALGORITHM_PROPERTY"},
         {WIDE("Block Length"), Dword(128), "dwProperty = QUELMKSP_BLOCK_LENGTH_PROPERTY"},
@@ -144,7 +144,7 @@ TEST_F(KeyProperties, EveryReadablePropertyWithItsLengthAndValue) {
 
 TEST_F(KeyProperties, WritablePropertiesAndTheirRules) {
     ASSERT_EQ(table_->CreatePersistedKey(provider_, &created_, WIDE("RSA"), WIDE("new"), 0, 0), 0);
-    QUELMKSP_KEY& record = *KeyFromHandle(created_);
+    QUELMKSP_KEY& record = *KeyRecord(created_);
 
     EXPECT_EQ(Set(created_, WIDE("Length"), Dword(2048)), 0);
     EXPECT_EQ(record.dwBitLength, 2048u);
@@ -283,7 +283,7 @@ TEST_F(KeyProperties, TheCertificateIsStoredBesideThePairAndReadBack) {
 }
 
 TEST_F(KeyProperties, ACertificateWriteNeedsBothHalvesAndValidBytes) {
-    QUELMKSP_KEY& record = *KeyFromHandle(key_);
+    QUELMKSP_KEY& record = *KeyRecord(key_);
     const CK_OBJECT_HANDLE publicKey = record.hPublicKey, privateKey = record.hPrivateKey;
     record.hPublicKey = 0;
     EXPECT_EQ(Set(key_, WIDE("SmartCardKeyCertificate"), kCertificateWithCommonName),

@@ -98,3 +98,22 @@ class LargestMaxTriesTest : public ExtendedLoginTest {
 TEST_F(LargestMaxTriesTest, MaximumIsCappedSoThatTriesLeftStayBelowFifteen) {
     EXPECT_EQ(extended_login("0000"), 14u);
 }
+
+namespace {
+
+// A counter store that cannot be written: a file where its folder should be.
+class UnwritableCounterTest : public ModuleTest {
+    void configure() override { setenv("QUELMPKCS11_STATE", "/dev/null/state", 1); }
+};
+
+}  // namespace
+
+TEST_F(UnwritableCounterTest, NoFailureLooksLikeTriesLeft) {
+    const CK_RV right = extended_login(SoftHsmToken::kUserPin);
+    EXPECT_EQ(right, CKR_DEVICE_ERROR) << "not 6, which would read as six tries left";
+    EXPECT_EQ(extended_login("0000"), CKR_DEVICE_ERROR);
+    EXPECT_EQ(login(SoftHsmToken::kUserPin), CKR_FUNCTION_FAILED)
+        << "the standard entry has no tries to confuse it with";
+    EXPECT_EQ(middleware().ExtendedLogin(CK_INVALID_HANDLE, CKU_USER, nullptr, 0),
+              CKR_SESSION_HANDLE_INVALID);
+}

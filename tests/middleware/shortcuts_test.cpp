@@ -118,8 +118,8 @@ TEST_F(ShortcutTest, LoggedInSessionNeedsNoCounterButOthersStillDo) {
     EXPECT_EQ(token_flags() & CKF_USER_PIN_LOCKED, 0u);
 
     ASSERT_EQ(p11().C_Logout(session_), CKR_OK);
-    EXPECT_EQ(extended_login("0000"), CKR_FUNCTION_FAILED);
-    EXPECT_EQ(extended_login(SoftHsmToken::kUserPin), CKR_FUNCTION_FAILED);
+    EXPECT_EQ(login("0000"), CKR_FUNCTION_FAILED);
+    EXPECT_EQ(extended_login(SoftHsmToken::kUserPin), CKR_DEVICE_ERROR);
 }
 
 TEST(RetryCounterCache, EveryChangeOfTheFileIsSeenAndNothingElseRereadsIt) {

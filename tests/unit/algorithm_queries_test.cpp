@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "provider/handle_registry.h"
 #include "provider/ncrypt_provider.h"
 #include "provider/provider_context.h"
 #include "support/fresh_provider_state.h"
@@ -21,6 +22,14 @@ protected:
     TempDir dir_;
     FreshProviderState state_{dir_, "", "/nonexistent"};
     ProviderRecord record_ = AllocateProviderRecord(u"Velmora KSP v4.5");
+    // Handed out as OpenProvider would, so that the handle checks accept it.
+    struct Live {
+        explicit Live(void* record) : record_(record) {
+            g_pHandles->Add(record_, HandleKind::kProvider);
+        }
+        ~Live() { g_pHandles->Remove(record_, HandleKind::kProvider); }
+        void* record_;
+    } live_{record_.get()};
 };
 
 }  // namespace

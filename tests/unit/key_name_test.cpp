@@ -2,6 +2,7 @@
 
 #include "keys/key_context.h"
 #include "platform/last_error.h"
+#include "provider/handle_registry.h"
 #include "support/fresh_provider_state.h"
 #include "token/key_name.h"
 
@@ -78,7 +79,13 @@ TEST_F(KeyNames, NewKeyContextsHaveTheDefaultsAndBoundedNames) {
     EXPECT_EQ(key->dwExportPolicy, 2u);
     EXPECT_EQ(key->fFinished, 0u);
     EXPECT_NE(key->hAlgProvider, nullptr);
-    EXPECT_EQ(KeyFromHandle(reinterpret_cast<NCRYPT_KEY_HANDLE>(key)), key);
+    const int owner = 0;
+    auto handle = reinterpret_cast<NCRYPT_KEY_HANDLE>(key);
+    EXPECT_EQ(KeyFromHandle(handle, &owner), nullptr) << "a record never handed out";
+    g_pHandles->Add(key, HandleKind::kKey, &owner);
+    EXPECT_EQ(KeyFromHandle(handle, &owner), key);
+    EXPECT_EQ(KeyFromHandle(handle, nullptr), nullptr) << "another provider's key";
+    g_pHandles->Remove(key, HandleKind::kKey);
     delete key;
 
     WideString longest(259, WIDE('k'));

@@ -56,13 +56,12 @@ ParsedCommand ParseCommand(const CommandSyntax& syntax, const std::vector<std::s
             }
             parsed.values[name] = value;
         } else {
-            throw UsageError("unknown option " + arg + " for " + syntax.name);
+            throw UsageError("unknown option " + arg);
         }
     }
-    if (parsed.operands.size() < syntax.minOperands)
-        throw UsageError(std::string(syntax.name) + ": missing operand");
+    // main names the command in front of the message already.
+    if (parsed.operands.size() < syntax.minOperands) throw UsageError("missing operand");
     if (parsed.operands.size() > syntax.maxOperands)
-        throw UsageError(std::string(syntax.name) + ": unexpected operand '" +
-                         parsed.operands[syntax.maxOperands] + "'");
+        throw UsageError("unexpected operand '" + parsed.operands[syntax.maxOperands] + "'");
     return parsed;
 }

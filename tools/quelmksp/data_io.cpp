@@ -48,3 +48,20 @@ void WriteData(const uint8_t* data, size_t size) {
         throw ClientError(exit_code::kData,
                           std::string("cannot write to stdout: ") + std::strerror(errno));
 }
+
+void WriteOutput(const std::string& path, const uint8_t* data, size_t size) {
+    if (path.empty() || path == "-") {
+        WriteData(data, size);
+        return;
+    }
+    std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "wb"));
+    if (!file)
+        throw ClientError(exit_code::kData,
+                          "cannot create " + Describe(path) + ": " + std::strerror(errno));
+    bool written = size == 0 || std::fwrite(data, 1, size, file.get()) == size;
+    // fclose reports what a full disk refused to take from the buffer.
+    written = std::fclose(file.release()) == 0 && written;
+    if (!written)
+        throw ClientError(exit_code::kData,
+                          "cannot write " + Describe(path) + ": " + std::strerror(errno));
+}

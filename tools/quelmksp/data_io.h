@@ -14,5 +14,9 @@ SecretBytes ReadData(const std::string& path);
 // Throws ClientError (exit_code::kData) when stdout cannot take it.
 void WriteData(const uint8_t* data, size_t size);
 
+// The -o option: the file at path, or stdout when path is empty or "-".
+// Throws ClientError (exit_code::kData).
+void WriteOutput(const std::string& path, const uint8_t* data, size_t size);
+
 // Puts stdin and stdout in binary mode where the platform has a text mode.
 void UseBinaryStdio();

@@ -2,32 +2,50 @@
 
 #include <algorithm>
 #include <cctype>
-#include <optional>
 #include <string>
 
 #include "client_error.h"
 
+std::string HashName(HashAlgorithm algorithm) {
+    switch (algorithm) {
+        case HashAlgorithm::kMd5:
+            return "md5";
+        case HashAlgorithm::kSha1:
+            return "sha1";
+        case HashAlgorithm::kSha256:
+            return "sha256";
+        case HashAlgorithm::kSha384:
+            return "sha384";
+        case HashAlgorithm::kSha512:
+            return "sha512";
+    }
+    return "";
+}
+
 namespace {
 
-std::optional<HashAlgorithm> Named(const std::string& name) {
-    std::string lower = name;
-    std::transform(lower.begin(), lower.end(), lower.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    if (lower == "md5") return HashAlgorithm::kMd5;
-    if (lower == "sha1") return HashAlgorithm::kSha1;
-    if (lower == "sha256") return HashAlgorithm::kSha256;
-    if (lower == "sha512") return HashAlgorithm::kSha512;
-    return std::nullopt;
+// "md5, sha1 or sha256"
+std::string ListOf(std::initializer_list<HashAlgorithm> offered) {
+    std::string list;
+    size_t index = 0;
+    for (HashAlgorithm algorithm : offered) {
+        if (index > 0) list += index + 1 == offered.size() ? " or " : ", ";
+        list += HashName(algorithm);
+        ++index;
+    }
+    return list;
 }
 
 }  // namespace
 
-HashAlgorithm HashOption(const ParsedCommand& parsed) {
-    std::string name = parsed.Value("--hash", "sha256");
-    std::optional<HashAlgorithm> algorithm = Named(name);
-    if (!algorithm)
-        throw UsageError("unknown hash '" + name + "': use md5, sha1, sha256 or sha512");
-    return *algorithm;
+HashAlgorithm HashOption(const ParsedCommand& parsed, std::initializer_list<HashAlgorithm> offered,
+                         HashAlgorithm fallback) {
+    std::string name = parsed.Value("--hash", HashName(fallback));
+    std::transform(name.begin(), name.end(), name.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    for (HashAlgorithm algorithm : offered)
+        if (name == HashName(algorithm)) return algorithm;
+    throw UsageError("unknown hash '" + parsed.Value("--hash", "") + "': use " + ListOf(offered));
 }
 
 LPCWSTR CngAlgorithmId(HashAlgorithm algorithm) {
@@ -38,6 +56,8 @@ LPCWSTR CngAlgorithmId(HashAlgorithm algorithm) {
             return QKSP_TEXT("SHA1");
         case HashAlgorithm::kSha256:
             return QKSP_TEXT("SHA256");
+        case HashAlgorithm::kSha384:
+            return QKSP_TEXT("SHA384");
         case HashAlgorithm::kSha512:
             return QKSP_TEXT("SHA512");
     }
