@@ -23,3 +23,5 @@ int RunReq(const Invocation& invocation);
 int RunCertPut(const Invocation& invocation);
 int RunCertGet(const Invocation& invocation);
 int RunDelete(const Invocation& invocation);
+int RunRegister(const Invocation& invocation);
+int RunUnregister(const Invocation& invocation);

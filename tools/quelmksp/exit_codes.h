@@ -17,5 +17,8 @@ inline constexpr int kExists = 7;
 inline constexpr int kOtherKey = 8;
 inline constexpr int kNoCertificate = 9;
 inline constexpr int kUnavailable = 10;
+// register and unregister: CNG's registration functions are stubs here
+// (Wine), so only the configuration values were written or removed.
+inline constexpr int kRegistrationStubbed = 11;
 
 }  // namespace exit_code

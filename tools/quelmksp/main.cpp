@@ -11,6 +11,7 @@
 #include "commands.h"
 #include "exit_codes.h"
 #include "provider_client.h"
+#include "provider_location.h"
 
 namespace {
 
@@ -32,17 +33,21 @@ const char kUsage[] =
     "  verify    check a signature over a file with a token key\n"
     "  encrypt   encrypt a short message with a token key (PKCS#1 v1.5)\n"
     "  decrypt   decrypt a message with a token key\n"
+    "  register  register the provider with CNG and write its default\n"
+    "            configuration (on Linux: the configuration file)\n"
+    "  unregister  remove the provider from CNG and its configuration\n"
     "\n"
     "Options:\n"
     "  --provider LIBRARY   the provider library to load (default: the one\n"
-    "                       beside this program)\n"
+    "                       beside this program; on Windows, failing that,\n"
+    "                       the one in the system folder)\n"
     "\n"
     "'quelmksp COMMAND --help' describes a command. Exit codes: 0 success,\n"
     "1 signature does not match or deletion not confirmed, 2 usage error,\n"
     "3 provider failure, 4 no such key, 5 PIN refused or login cancelled,\n"
     "6 input or output error, 7 key or certificate exists already,\n"
     "8 certificate for another key, 9 no certificate, 10 not available in\n"
-    "the Windows client.\n";
+    "the Windows client, 11 CNG's registration functions are stubs (Wine).\n";
 
 const char kCertUsage[] =
     "usage: quelmksp cert put KEY FILE [--force]\n"
@@ -57,10 +62,13 @@ struct Command {
     int (*run)(const Invocation&);
 };
 
-const Command kCommands[] = {
-    {"info", RunInfo}, {"keys", RunKeys},        {"create", RunCreate},    {"export", RunExport},
-    {"req", RunReq},   {"cert put", RunCertPut}, {"cert get", RunCertGet}, {"delete", RunDelete},
-    {"sign", RunSign}, {"verify", RunVerify},    {"encrypt", RunEncrypt},  {"decrypt", RunDecrypt}};
+const Command kCommands[] = {{"info", RunInfo},         {"keys", RunKeys},
+                             {"create", RunCreate},     {"export", RunExport},
+                             {"req", RunReq},           {"cert put", RunCertPut},
+                             {"cert get", RunCertGet},  {"delete", RunDelete},
+                             {"sign", RunSign},         {"verify", RunVerify},
+                             {"encrypt", RunEncrypt},   {"decrypt", RunDecrypt},
+                             {"register", RunRegister}, {"unregister", RunUnregister}};
 
 // How many of the leading arguments name the command: 0 when they do not.
 size_t WordsMatched(const Command& command, const std::vector<std::string>& args) {
@@ -81,7 +89,7 @@ int Fail(const std::string& message) {
 
 int main(int argc, char** argv) {
     std::vector<std::string> args(argv + 1, argv + argc);
-    Invocation invocation{platform::OwnFolder() + ProviderClient::kDefaultLibrary, {}};
+    Invocation invocation{DefaultProviderLibrary(), {}};
     if (!args.empty() && args[0] == "--provider") {
         if (args.size() < 2) {
             std::fprintf(stderr, "quelmksp: --provider needs a value\n\n%s", kUsage);
