@@ -9,6 +9,7 @@ packages=(
     softhsm2 opensc openssl
     g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64
     wine64 wine64-tools libwine-dev xvfb xauth
+    wixl msitools
 )
 
 missing=()
