@@ -142,6 +142,34 @@ echo "$pin" | "$quelmksp" decrypt "$key" --base64 --pin-stdin "demo/secret.b64" 
 cat "demo/decrypted.txt"
 cmp "demo/secret.txt" "demo/decrypted.txt"
 
+step "Importing a PKCS#12 bundle: a key pair and its certificate from the demo CA"
+show openssl genpkey -algorithm RSA -pkeyopt rsa_keygen_bits:2048 -quiet -out demo/bundle.key
+show openssl req -new -key demo/bundle.key -out demo/bundle.csr \
+    -subj "/CN=Velmora Bundle User/O=Velmora Ltd./C=ES"
+show openssl x509 -req -in demo/bundle.csr -CA demo/ca.pem -CAkey demo/ca.key -set_serial 2 \
+    -days 30 -extfile demo/user.ext -out demo/bundle.pem
+show openssl pkcs12 -export -inkey demo/bundle.key -in demo/bundle.pem -name "Velmora bundle" \
+    -passout pass:bundle -out demo/bundle.p12
+# The bundle's password is the first line on stdin, the PIN the second.
+echo "$ printf 'bundle\\n$pin\\n' | $quelmksp import demo/bundle.p12 --name \"Velmora bundle key\"" \
+    "--password-stdin --pin-stdin"
+printf 'bundle\n%s\n' "$pin" | "$quelmksp" import demo/bundle.p12 --name "Velmora bundle key" \
+    --password-stdin --pin-stdin | tee demo/import.txt
+bundle_key=$(awk '$1 == "hex" { print $2 }' demo/import.txt)
+[ -n "$bundle_key" ]
+show "$quelmksp" keys --long
+
+step "Signing with the imported key; OpenSSL checks it with the bundle's certificate"
+echo "$ echo $pin | $quelmksp sign $bundle_key --pin-stdin demo/message.txt > demo/bundle.sig"
+echo "$pin" | "$quelmksp" sign "$bundle_key" --pin-stdin "$message" > demo/bundle.sig
+show openssl pkcs12 -in demo/bundle.p12 -passin pass:bundle -clcerts -nokeys -out demo/bundle-cert.pem
+echo "$ openssl x509 -in demo/bundle-cert.pem -pubkey -noout > demo/bundle-cert-key.pem"
+openssl x509 -in demo/bundle-cert.pem -pubkey -noout > demo/bundle-cert-key.pem
+show openssl dgst -sha256 -verify demo/bundle-cert-key.pem -signature demo/bundle.sig "$message"
+
+step "The token's certificates, as the provider's root and user stores hand them out"
+show "$quelmksp" certs
+
 step "The provider's log of the signing above (from $log)"
 # The signing command asks for the length first, then for the signature:
 # two frames, the first with the login.

@@ -7,8 +7,11 @@ packages=(
     cmake ninja-build g++ pkg-config
     libgtest-dev libssl-dev libp11-kit-dev
     softhsm2 opensc openssl
+    python3 man-db groff-base
     g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64
     wine64 wine64-tools libwine-dev xvfb xauth
+    pcscd libpcsclite-dev pcsc-tools
+    vsmartcard-vpcd vsmartcard-vpicc python3-virtualsmartcard python3-pycryptodome
     wixl msitools
 )
 

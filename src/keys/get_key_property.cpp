@@ -10,6 +10,7 @@
 #include "provider/card_monitor.h"
 #include "provider/operations.h"
 #include "provider/property_name.h"
+#include "provider/result_length.h"
 #include "token/cryptoki_library.h"
 #include "token/key_certificate.h"
 
@@ -75,20 +76,6 @@ const KeyPropertyRow kKeyProperties[] = {
     {NCRYPT_ALGORITHM_GROUP_PROPERTY, "dwProperty = QUELMKSP_ALGORITHM_GROUP_PROPERTY",
      [](const QUELMKSP_KEY&) -> std::optional<Bytes> { return WideValue(WIDE("RSA")); }},
     {NCRYPT_UNIQUE_NAME_PROPERTY, "dwProperty = QUELMKSP_UNIQUE_NAME_PROPERTY", KeyNameValue},
-};
-
-// The value length reaches the caller on every path that was given
-// somewhere to put it.
-class ResultLength {
-public:
-    explicit ResultLength(DWORD* pcbResult) : pcbResult_(pcbResult) {}
-    ~ResultLength() {
-        if (pcbResult_) *pcbResult_ = value;
-    }
-    DWORD value = 0;
-
-private:
-    DWORD* pcbResult_;
 };
 
 SECURITY_STATUS CopyFixedValue(OperationFrame& frame, const KeyPropertyRow& row,

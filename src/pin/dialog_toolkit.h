@@ -1,6 +1,7 @@
-// What the PIN dialog's logic needs of a window toolkit. The logic (CLogin)
-// is written once against this interface; the Win32 dialog, the terminal
-// and the scripted toolkit of the tests implement it.
+// What the dialogs' logic needs of a window toolkit: the PIN dialog (CLogin)
+// and the card selection dialog (CSelectCard) are written once against this
+// interface; the Win32 dialogs, the terminal and the scripted toolkit of the
+// tests implement it.
 #pragma once
 
 #include <cstdint>
@@ -24,6 +25,24 @@ inline constexpr int kIcon = 103;
 inline constexpr int kBitmapResource = 101;
 }  // namespace dialog_ids
 
+// Control identifiers of dialog resource 105, the card selection.
+namespace selection_ids {
+inline constexpr int kTemplate = 105;
+inline constexpr int kOk = 1;      // "Bueno"
+inline constexpr int kCancel = 2;  // "Cancelar"
+inline constexpr int kReaders = 1005;
+inline constexpr int kIcon = 103;
+}  // namespace selection_ids
+
+// What template 105 shows by itself, for toolkits without resources.
+namespace selection_texts {
+inline constexpr const platform::WideChar* kTitle = WIDE("Corvanta KSP");
+inline constexpr const platform::WideChar* kPrompt =
+    WIDE("Por favor seleccione una tarjeta inteligente");
+inline constexpr const platform::WideChar* kOk = WIDE("Bueno");
+inline constexpr const platform::WideChar* kCancel = WIDE("Cancelar");
+}  // namespace selection_texts
+
 // Results of a modal run, as the Windows dialog functions give them.
 inline constexpr intptr_t kIdOk = 1;
 inline constexpr intptr_t kIdCancel = 2;
@@ -33,11 +52,15 @@ inline constexpr intptr_t kDialogNotCreated = -1;
 class DialogEvents {
 public:
     virtual ~DialogEvents() = default;
+    // The dialog resource the window is made from.
+    virtual int DialogTemplate() const = 0;
     // The window exists and is about to be shown.
     virtual void OnInitDialog() = 0;
     // The text of the PIN field changed.
-    virtual void OnEnChangePin() = 0;
-    // Acceso (button 1) was pressed.
+    virtual void OnEnChangePin() {}
+    // The reader list is about to drop down.
+    virtual void OnCbnDropdownReaders() {}
+    // Button 1 (Acceso, Bueno) was pressed, or Enter.
     virtual void OnBnClickedOk() = 0;
     // Cancelar (button 2) was pressed, or Escape.
     virtual void OnBnClickedCancel() = 0;
@@ -64,9 +87,17 @@ public:
     virtual void SetIcons(int iconId) = 0;
     virtual void SetStatusStyle(const StatusStyle& style) = 0;
     virtual void SetControlText(int id, platform::WideView text) = 0;
+    // What a control shows; for a drop-down list, its selected entry.
+    virtual platform::WideString ControlText(int id) const = 0;
     virtual size_t ControlTextLength(int id) = 0;
     virtual void EnableControl(int id, bool enable) = 0;
     virtual void LimitText(int id, uint32_t characters) = 0;
+
+    // A drop-down list that sorts its entries without regard to case, as
+    // the combo box of template 105 does (CBS_SORT).
+    virtual void ResetList(int id) = 0;
+    virtual void AddListItem(int id, platform::WideView text) = 0;
+    virtual void SelectListItem(int id, int index) = 0;
 
     // The masked cells that hold what was typed into the PIN field.
     virtual SecureCells& PinCells() = 0;
@@ -75,8 +106,8 @@ public:
     virtual uint32_t LastError() const { return 0; }
 };
 
-// Makes the toolkit the PIN dialog runs on: the platform's own unless a
-// test installed another. May throw the Spanish error of the secure edit
+// Makes the toolkit the dialogs run on: the platform's own unless a test
+// installed another. May throw the Spanish error of the secure edit
 // control's construction.
 std::unique_ptr<DialogToolkit> MakeDialogToolkit();
 

@@ -27,6 +27,7 @@ public:
     // Runs the dialog; its result as the toolkit reports it.
     intptr_t DoModal();
 
+    int DialogTemplate() const override { return dialog_ids::kTemplate; }
     void OnInitDialog() override;
     void OnEnChangePin() override;
     void OnBnClickedOk() override;

@@ -7,6 +7,7 @@
 #include "provider/operations.h"
 #include "provider/property_name.h"
 #include "provider/provider_context.h"
+#include "provider/result_length.h"
 
 namespace quelmksp {
 namespace {
@@ -61,18 +62,6 @@ std::optional<ProviderValue> Lookup(platform::WideView name, const QUELMKSP_PROV
     if (name == NCRYPT_SMARTCARD_GUID_PROPERTY) return fixed(Bytes(8, 0));
     return std::nullopt;
 }
-
-class ResultLength {
-public:
-    explicit ResultLength(DWORD* pcbResult) : pcbResult_(pcbResult) {}
-    ~ResultLength() {
-        if (pcbResult_) *pcbResult_ = value;
-    }
-    DWORD value = 0;
-
-private:
-    DWORD* pcbResult_;
-};
 
 }  // namespace
 

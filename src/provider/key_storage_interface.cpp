@@ -2,6 +2,7 @@
 
 #include "diag/trace_frame.h"
 #include "platform/wide_string.h"
+#include "provider/card_monitor.h"
 #include "provider/ncrypt_provider.h"
 #include "provider/operations.h"
 #include "token/cryptoki_library.h"
@@ -73,6 +74,8 @@ NTSTATUS GetKeyStorageInterface(LPCWSTR pszProviderName,
 
     *ppFunctionTable = &g_functionTable;
     frame.Line(RetrievedLine());
+    // A monitor that could not start is tried again at the next call.
+    if (!g_pCardMonitor->fStarted) StartCardMonitor();
     return frame.Exit(ERROR_SUCCESS);
 }
 

@@ -115,8 +115,6 @@ private:
                         selected.begin());
         } else {
             frame_.Line("Provider not set");
-            // Without the selection dialog the user's answer is always a
-            // cancellation.
             int32_t choice = SelectCard(selected.data());
             if (choice == SCARD_E_CANCELLED || choice == SCARD_E_CANCELLED_BY_USER)
                 return frame_.Fail(ERROR_CANCELLED, "The operation was cancelled.");

@@ -1,6 +1,26 @@
 #include "ui/model_toolkit.h"
 
+#include <algorithm>
+
 #include "platform/secure_zero.h"
+
+namespace {
+
+// Case folding for ASCII and Latin-1 letters, enough for reader names.
+platform::WideChar Fold(platform::WideChar c) {
+    if ((c >= u'A' && c <= u'Z') || (c >= 0xC0 && c <= 0xDE && c != 0xD7)) return c + 0x20;
+    return c;
+}
+
+bool LessIgnoringCase(platform::WideView a, platform::WideView b) {
+    return std::lexicographical_compare(
+        a.begin(), a.end(), b.begin(), b.end(),
+        [](platform::WideChar x, platform::WideChar y) { return Fold(x) < Fold(y); });
+}
+
+const std::vector<platform::WideString> kNoItems;
+
+}  // namespace
 
 void ModelToolkit::SetControlText(int id, platform::WideView text) {
     if (id == dialog_ids::kPin) {
@@ -12,8 +32,7 @@ void ModelToolkit::SetControlText(int id, platform::WideView text) {
 }
 
 size_t ModelToolkit::ControlTextLength(int id) {
-    auto found = texts_.find(id);
-    return found == texts_.end() ? 0 : found->second.size();
+    return ControlText(id).size();
 }
 
 void ModelToolkit::LimitText(int id, uint32_t characters) {
@@ -21,8 +40,41 @@ void ModelToolkit::LimitText(int id, uint32_t characters) {
 }
 
 platform::WideString ModelToolkit::ControlText(int id) const {
+    if (auto list = lists_.find(id); list != lists_.end()) {
+        int selected = list->second.selected;
+        return selected < 0 ? platform::WideString() : list->second.items[selected];
+    }
     auto found = texts_.find(id);
     return found == texts_.end() ? platform::WideString() : found->second;
+}
+
+void ModelToolkit::ResetList(int id) {
+    lists_[id] = List{};
+}
+
+void ModelToolkit::AddListItem(int id, platform::WideView text) {
+    List& list = lists_[id];
+    auto at = std::upper_bound(
+        list.items.begin(), list.items.end(), text,
+        [](platform::WideView a, const platform::WideString& b) { return LessIgnoringCase(a, b); });
+    int index = static_cast<int>(at - list.items.begin());
+    list.items.emplace(at, text);
+    if (list.selected >= index) ++list.selected;
+}
+
+void ModelToolkit::SelectListItem(int id, int index) {
+    List& list = lists_[id];
+    list.selected = index >= 0 && index < static_cast<int>(list.items.size()) ? index : -1;
+}
+
+const std::vector<platform::WideString>& ModelToolkit::ListItems(int id) const {
+    auto found = lists_.find(id);
+    return found == lists_.end() ? kNoItems : found->second.items;
+}
+
+int ModelToolkit::SelectedListItem(int id) const {
+    auto found = lists_.find(id);
+    return found == lists_.end() ? -1 : found->second.selected;
 }
 
 bool ModelToolkit::IsEnabled(int id) const {
@@ -32,8 +84,12 @@ bool ModelToolkit::IsEnabled(int id) const {
 
 bool ModelToolkit::Begin(DialogEvents& events) {
     events_ = &events;
+    template_ = events.DialogTemplate();
     result_.reset();
-    disabled_[dialog_ids::kOk] = true;
+    if (template_ == dialog_ids::kTemplate)
+        disabled_[dialog_ids::kOk] = true;
+    else if (template_ == selection_ids::kTemplate)
+        title_ = selection_texts::kTitle;
     events.OnInitDialog();
     return !Ended();
 }
@@ -64,6 +120,15 @@ void ModelToolkit::Press(int button) {
         events_->OnBnClickedOk();
     else if (button == dialog_ids::kCancel)
         events_->OnBnClickedCancel();
+}
+
+void ModelToolkit::OpenList(int id) {
+    if (events_ && id == selection_ids::kReaders && IsEnabled(id)) events_->OnCbnDropdownReaders();
+}
+
+void ModelToolkit::ChooseListItem(int id, int index) {
+    if (IsEnabled(id) && index >= 0 && index < static_cast<int>(ListItems(id).size()))
+        SelectListItem(id, index);
 }
 
 void ModelToolkit::UpdatePin(platform::WideString& text, size_t caret) {

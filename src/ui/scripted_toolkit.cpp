@@ -34,6 +34,17 @@ DialogScript& DialogScript::ClickCancel() {
     return *this;
 }
 
+DialogScript& DialogScript::OpenReaderList() {
+    steps_.push_back([](ScriptedToolkit& ui) { ui.OpenList(selection_ids::kReaders); });
+    return *this;
+}
+
+DialogScript& DialogScript::ChooseReader(int index) {
+    steps_.push_back(
+        [index](ScriptedToolkit& ui) { ui.ChooseListItem(selection_ids::kReaders, index); });
+    return *this;
+}
+
 DialogScript& DialogScript::Then(std::function<void()> step) {
     steps_.push_back([step](ScriptedToolkit&) { step(); });
     return *this;
@@ -49,11 +60,13 @@ void ScriptedToolkit::Install(std::shared_ptr<DialogScript> script) {
 
 intptr_t ScriptedToolkit::RunModal(DialogEvents& events, uint64_t) {
     ++script_->runs;
-    if (!Begin(events)) return Result();
+    bool open = Begin(events);
     script_->title = title();
+    script_->initial = Snapshot();
+    if (!open) return Result();
     for (auto& step : script_->steps_) {
         step(*this);
-        Snapshot();
+        script_->snapshots.push_back(Snapshot());
         if (Ended()) return Result();
     }
     // A script that runs out is a user walking away.
@@ -61,7 +74,8 @@ intptr_t ScriptedToolkit::RunModal(DialogEvents& events, uint64_t) {
     return Ended() ? Result() : kIdCancel;
 }
 
-void ScriptedToolkit::Snapshot() {
-    script_->snapshots.push_back({ControlText(dialog_ids::kStatus), ControlText(dialog_ids::kPin),
-                                  IsEnabled(dialog_ids::kOk), IsEnabled(dialog_ids::kPin)});
+DialogSnapshot ScriptedToolkit::Snapshot() const {
+    return {ControlText(dialog_ids::kStatus),   ControlText(dialog_ids::kPin),
+            IsEnabled(dialog_ids::kOk),         IsEnabled(dialog_ids::kPin),
+            ListItems(selection_ids::kReaders), SelectedListItem(selection_ids::kReaders)};
 }

@@ -1,12 +1,12 @@
 // The toolkit the tests drive: a script of keystrokes and clicks that the
-// next PIN dialog plays, and a record of what the dialog showed after each
-// step.
+// next dialogs play, and a record of what the dialog showed after each step.
 #pragma once
 
 #include <atomic>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,6 +17,9 @@ struct DialogSnapshot {
     platform::WideString pinText;
     bool okEnabled;
     bool pinEnabled;
+    // The card selection's reader list, in the order shown.
+    std::vector<platform::WideString> readers;
+    int selectedReader;
 };
 
 class DialogScript {
@@ -25,11 +28,16 @@ public:
     DialogScript& Backspace();
     DialogScript& ClickOk();
     DialogScript& ClickCancel();
+    // The card selection's reader list: dropped down, or an entry picked.
+    DialogScript& OpenReaderList();
+    DialogScript& ChooseReader(int index);
     // Runs code of the test while the dialog is open.
     DialogScript& Then(std::function<void()> step);
 
     // Filled in while the dialog runs.
     platform::WideString title;
+    // What the dialog showed once initialised, then after each step.
+    std::optional<DialogSnapshot> initial;
     std::vector<DialogSnapshot> snapshots;
     std::atomic<int> runs{0};
 
@@ -49,10 +57,12 @@ public:
     intptr_t RunModal(DialogEvents& events, uint64_t parentWindow) override;
 
     using ModelToolkit::BackspaceInPin;
+    using ModelToolkit::ChooseListItem;
+    using ModelToolkit::OpenList;
     using ModelToolkit::Press;
     using ModelToolkit::TypeInPin;
 
 private:
-    void Snapshot();
+    DialogSnapshot Snapshot() const;
     std::shared_ptr<DialogScript> script_;
 };

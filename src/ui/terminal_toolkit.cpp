@@ -16,20 +16,79 @@ constexpr int kDelete = 0x7F;
 intptr_t TerminalToolkit::RunModal(DialogEvents& events, uint64_t) {
     terminal_ = platform::Terminal::Open();
     if (!terminal_) return kDialogNotCreated;
-    if (!Begin(events)) return Result();
-    terminal_->Write("\n" + platform::ToUtf8(title()) + "\n");
+    if (Begin(events)) {
+        terminal_->Write("\n" + platform::ToUtf8(title()) + "\n");
+        if (Template() == selection_ids::kTemplate)
+            RunSelection();
+        else
+            RunPin();
+        terminal_->Write("\n");
+    }
+    terminal_.reset();
+    return Ended() ? Result() : kIdCancel;
+}
+
+void TerminalToolkit::RunPin() {
     Prompt();
     while (!Ended()) {
         int byte = terminal_->ReadByte();
         if (byte < 0) {
             Press(dialog_ids::kCancel);
-            break;
+            return;
         }
         OnByte(byte);
     }
-    terminal_->Write("\n");
-    terminal_.reset();
-    return Ended() ? Result() : kIdCancel;
+}
+
+void TerminalToolkit::RunSelection() {
+    terminal_->Write(platform::ToUtf8(selection_texts::kPrompt) + "\n");
+    ShowReaders();
+    while (!Ended()) {
+        int byte = terminal_->ReadByte();
+        if (byte < 0) {
+            Press(selection_ids::kCancel);
+            return;
+        }
+        OnSelectionByte(byte);
+    }
+}
+
+void TerminalToolkit::ShowReaders() {
+    const auto& readers = ListItems(selection_ids::kReaders);
+    int selected = SelectedListItem(selection_ids::kReaders);
+    std::string text;
+    for (size_t i = 0; i < readers.size(); ++i) {
+        text += static_cast<int>(i) == selected ? "> " : "  ";
+        text += std::to_string(i + 1) + ") " + platform::ToUtf8(readers[i]) + "\n";
+    }
+    text += "[1-" + std::to_string(readers.size()) +
+            "] lector, Espacio: buscar de nuevo, Intro: " + platform::ToUtf8(selection_texts::kOk) +
+            ", Esc: " + platform::ToUtf8(selection_texts::kCancel) + "\n";
+    terminal_->Write(text);
+}
+
+void TerminalToolkit::OnSelectionByte(int byte) {
+    if (byte == kEnter || byte == kReturn) {
+        pendingNumber_ = 0;
+        Press(selection_ids::kOk);
+    } else if (byte == kEscape) {
+        Press(selection_ids::kCancel);
+    } else if (byte == ' ') {
+        pendingNumber_ = 0;
+        OpenList(selection_ids::kReaders);
+        if (!Ended()) ShowReaders();
+    } else if (byte >= '0' && byte <= '9') {
+        const int count = static_cast<int>(ListItems(selection_ids::kReaders).size());
+        const int digit = byte - '0';
+        // Several digits make one number while it still names a reader.
+        int number = pendingNumber_ * 10 + digit;
+        if (number < 1 || number > count) number = digit >= 1 && digit <= count ? digit : 0;
+        pendingNumber_ = number;
+        if (!number) return;
+        ChooseListItem(selection_ids::kReaders, number - 1);
+        terminal_->Write("> " + std::to_string(number) + ") " +
+                         platform::ToUtf8(ControlText(selection_ids::kReaders)) + "\n");
+    }
 }
 
 void TerminalToolkit::Prompt() {

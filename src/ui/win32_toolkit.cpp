@@ -10,8 +10,11 @@ static_assert(IDD_LOGIN == dialog_ids::kTemplate && IDOK == dialog_ids::kOk &&
                   IDC_STATUS == dialog_ids::kStatus && IDC_CAPTION == dialog_ids::kCaption &&
                   IDI_PROVIDER == dialog_ids::kIcon && IDB_KEYCARD == dialog_ids::kBitmapResource,
               "the resource script and the dialog logic name the same controls");
+static_assert(IDD_SELECT_CARD == selection_ids::kTemplate &&
+                  IDC_READERS == selection_ids::kReaders && IDI_PROVIDER == selection_ids::kIcon,
+              "the resource script and the card selection name the same controls");
 
-// On Windows the PIN dialog is a real dialog window.
+// On Windows the dialogs are real dialog windows.
 std::unique_ptr<DialogToolkit> MakePlatformDialogToolkit() {
     return std::make_unique<Win32Toolkit>();
 }
@@ -34,7 +37,7 @@ intptr_t Win32Toolkit::RunModal(DialogEvents& events, uint64_t parentWindow) {
     events_ = &events;
     lastError_ = 0;
     HWND parent = reinterpret_cast<HWND>(static_cast<uintptr_t>(parentWindow));
-    INT_PTR result = DialogBoxParamW(ResourceModule(), MAKEINTRESOURCEW(dialog_ids::kTemplate),
+    INT_PTR result = DialogBoxParamW(ResourceModule(), MAKEINTRESOURCEW(events.DialogTemplate()),
                                      parent, DialogProc, reinterpret_cast<LPARAM>(this));
     if (result == kDialogNotCreated) lastError_ = GetLastError();
     pinEdit_.Detach();
@@ -83,6 +86,30 @@ void Win32Toolkit::SetControlText(int id, platform::WideView text) {
     if (dialog_) SetDlgItemTextW(dialog_, id, platform::WideString(text).c_str());
 }
 
+platform::WideString Win32Toolkit::ControlText(int id) const {
+    HWND control = Item(id);
+    int length = control ? GetWindowTextLengthW(control) : 0;
+    if (length <= 0) return {};
+    platform::WideString text(static_cast<size_t>(length) + 1, L'\0');
+    int copied = GetWindowTextW(control, text.data(), length + 1);
+    text.resize(copied > 0 ? static_cast<size_t>(copied) : 0);
+    return text;
+}
+
+void Win32Toolkit::ResetList(int id) {
+    if (HWND list = Item(id)) SendMessageW(list, CB_RESETCONTENT, 0, 0);
+}
+
+void Win32Toolkit::AddListItem(int id, platform::WideView text) {
+    if (HWND list = Item(id))
+        SendMessageW(list, CB_ADDSTRING, 0,
+                     reinterpret_cast<LPARAM>(platform::WideString(text).c_str()));
+}
+
+void Win32Toolkit::SelectListItem(int id, int index) {
+    if (HWND list = Item(id)) SendMessageW(list, CB_SETCURSEL, static_cast<WPARAM>(index), 0);
+}
+
 size_t Win32Toolkit::ControlTextLength(int id) {
     HWND control = Item(id);
     int length = control ? GetWindowTextLengthW(control) : 0;
@@ -121,7 +148,8 @@ INT_PTR CALLBACK Win32Toolkit::DialogProc(HWND dialog, UINT message, WPARAM wPar
 INT_PTR Win32Toolkit::Handle(UINT message, WPARAM wParam, LPARAM lParam) {
     switch (message) {
         case WM_INITDIALOG:
-            pinEdit_.Attach(Item(dialog_ids::kPin));
+            if (events_->DialogTemplate() == dialog_ids::kTemplate)
+                pinEdit_.Attach(Item(dialog_ids::kPin));
             events_->OnInitDialog();
             return TRUE;
         case WM_COMMAND:
@@ -145,6 +173,11 @@ bool Win32Toolkit::OnCommand(int id, int code) {
             events_->OnEnChangePin();
         else
             return false;
+        return true;
+    }
+    if (id == selection_ids::kReaders && code == CBN_DROPDOWN &&
+        events_->DialogTemplate() == selection_ids::kTemplate) {
+        events_->OnCbnDropdownReaders();
         return true;
     }
     if (code != BN_CLICKED) return false;

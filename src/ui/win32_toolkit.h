@@ -1,6 +1,7 @@
-// The PIN dialog on Windows: dialog resource 121 of the library that holds
-// this code, run modally by the dialog manager. The dialog window exists
-// only inside RunModal; the setters do nothing outside it.
+// The dialogs on Windows: the dialog resource that the logic names (121,
+// the PIN; 105, the card selection) of the library that holds this code,
+// run modally by the dialog manager. The dialog window exists only inside
+// RunModal; the setters do nothing outside it.
 #pragma once
 
 #include <memory>
@@ -22,9 +23,13 @@ public:
     void SetIcons(int iconId) override;
     void SetStatusStyle(const StatusStyle& style) override;
     void SetControlText(int id, platform::WideView text) override;
+    platform::WideString ControlText(int id) const override;
     size_t ControlTextLength(int id) override;
     void EnableControl(int id, bool enable) override;
     void LimitText(int id, uint32_t characters) override;
+    void ResetList(int id) override;
+    void AddListItem(int id, platform::WideView text) override;
+    void SelectListItem(int id, int index) override;
     SecureCells& PinCells() override { return cells_; }
     uint32_t LastError() const override { return lastError_; }
 

@@ -69,6 +69,7 @@ expect_handles_freed() {
     freed=$(grep -c "^QUELMKSPFreeProvider - Exit: 0x00000000" "$log" || true)
     [ "$opened" -gt 0 ] && [ "$opened" -eq "$freed" ] || fail "$opened providers opened, $freed freed"
     opened=$(grep -c -e "^Key opened" -e "^QUELMKSPCreatePersistedKey - Exit: 0x00000000" \
+        -e "^QUELMKSPImportKey - Exit: 0x00000000" \
         "$log" || true)
     freed=$(grep -c "^QUELMKSPFreeKey - Exit: 0x00000000" "$log" || true)
     [ "$opened" -eq "$freed" ] || fail "$opened keys opened, $freed freed"

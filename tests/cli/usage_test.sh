@@ -7,7 +7,7 @@ missing=(--provider "$work/no-such-provider.so")
 run 0 --help
 expect_out "usage: quelmksp"
 for command in keys sign verify encrypt decrypt info create export req "cert put" "cert get" \
-    delete; do
+    delete import wrap certs readers; do
     read -ra words <<< "$command"
     run 0 "${missing[@]}" "${words[@]}" --help
     expect_out "usage: quelmksp $command"
@@ -67,6 +67,18 @@ unknown option --yes|cert put 01 file --yes
 unknown format 'blob': use pem or der|cert get 01 --format blob
 stdin is not a terminal to ask on; --yes deletes without asking|delete 01
 unknown option --long|delete 01 --long
+missing operand|import
+--public does not go with --wrapped-by|import blob --wrapped-by 01 --public
+the key must come from a file|import - --pin-stdin
+the name is empty|import key.pem --name=
+--for KEY is required|wrap key.pem
+unknown option --name|wrap --for 01 key.pem --name x
+--root and --user exclude each other|certs --root --user
+unknown format 'der': use text, pem or json|certs --format der
+unknown format 'xml': use text or json|keys --format xml
+unknown format 'pem': use text or json|info --format pem
+unknown format 'csv': use text or json|readers --format csv
+-o needs a value|sign 01 file -o
 CASES
 
 run 3 "${missing[@]}" keys

@@ -7,6 +7,7 @@
 
 #include "crypto/digest_info.h"
 #include "keys/key_context.h"
+#include "support/openssl_rsa_key.h"
 #include "support/pin_dialog_fixture.h"
 #include "support/token_objects.h"
 
@@ -52,22 +53,7 @@ protected:
         CK_ATTRIBUTE read[] = {{CKA_MODULUS, n.data(), static_cast<CK_ULONG>(n.size())},
                                {CKA_PUBLIC_EXPONENT, e.data(), static_cast<CK_ULONG>(e.size())}};
         g_pCryptoki->functions()->C_GetAttributeValue(Provider().hSession, object, read, 2);
-        BIGNUM* bn = BN_bin2bn(n.data(), static_cast<int>(read[0].ulValueLen), nullptr);
-        BIGNUM* be = BN_bin2bn(e.data(), static_cast<int>(read[1].ulValueLen), nullptr);
-        OSSL_PARAM_BLD* build = OSSL_PARAM_BLD_new();
-        OSSL_PARAM_BLD_push_BN(build, OSSL_PKEY_PARAM_RSA_N, bn);
-        OSSL_PARAM_BLD_push_BN(build, OSSL_PKEY_PARAM_RSA_E, be);
-        OSSL_PARAM* params = OSSL_PARAM_BLD_to_param(build);
-        EVP_PKEY_CTX* context = EVP_PKEY_CTX_new_from_name(nullptr, "RSA", nullptr);
-        EVP_PKEY* key = nullptr;
-        EVP_PKEY_fromdata_init(context);
-        EVP_PKEY_fromdata(context, &key, EVP_PKEY_PUBLIC_KEY, params);
-        EVP_PKEY_CTX_free(context);
-        OSSL_PARAM_free(params);
-        OSSL_PARAM_BLD_free(build);
-        BN_free(be);
-        BN_free(bn);
-        return key;
+        return OpenSslRsaPublicKey(n.data(), read[0].ulValueLen, e.data(), read[1].ulValueLen);
     }
 
     // What OpenSSL finds inside a signature with the public key.

@@ -13,6 +13,7 @@
 #include <memory>
 
 #include "keys/key_context.h"
+#include "support/openssl_rsa_key.h"
 #include "support/pin_dialog_fixture.h"
 #include "support/token_objects.h"
 
@@ -33,22 +34,8 @@ Pkey KeyFromBlob(const Bytes& blob) {
     uint32_t cbExponent = 0, cbModulus = 0;
     std::memcpy(&cbExponent, blob.data() + 8, 4);
     std::memcpy(&cbModulus, blob.data() + 12, 4);
-    BIGNUM* e = BN_bin2bn(blob.data() + 24, static_cast<int>(cbExponent), nullptr);
-    BIGNUM* n = BN_bin2bn(blob.data() + 24 + cbExponent, static_cast<int>(cbModulus), nullptr);
-    OSSL_PARAM_BLD* build = OSSL_PARAM_BLD_new();
-    OSSL_PARAM_BLD_push_BN(build, OSSL_PKEY_PARAM_RSA_N, n);
-    OSSL_PARAM_BLD_push_BN(build, OSSL_PKEY_PARAM_RSA_E, e);
-    OSSL_PARAM* params = OSSL_PARAM_BLD_to_param(build);
-    EVP_PKEY_CTX* context = EVP_PKEY_CTX_new_from_name(nullptr, "RSA", nullptr);
-    EVP_PKEY* key = nullptr;
-    EVP_PKEY_fromdata_init(context);
-    EVP_PKEY_fromdata(context, &key, EVP_PKEY_PUBLIC_KEY, params);
-    EVP_PKEY_CTX_free(context);
-    OSSL_PARAM_free(params);
-    OSSL_PARAM_BLD_free(build);
-    BN_free(n);
-    BN_free(e);
-    return Pkey(key);
+    return Pkey(OpenSslRsaPublicKey(blob.data() + 24 + cbExponent, cbModulus, blob.data() + 24,
+                                    cbExponent));
 }
 
 // A certificate for the key, issued by a throw-away CA.

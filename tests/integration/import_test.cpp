@@ -61,15 +61,6 @@ protected:
             0);
         return signature;
     }
-    Bytes SessionAttribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type) {
-        CK_FUNCTION_LIST& token = *g_pCryptoki->functions();
-        CK_ATTRIBUTE attribute = {type, nullptr, 0};
-        EXPECT_EQ(token.C_GetAttributeValue(Provider().hSession, object, &attribute, 1), CKR_OK);
-        Bytes value(attribute.ulValueLen);
-        attribute.pValue = value.data();
-        EXPECT_EQ(token.C_GetAttributeValue(Provider().hSession, object, &attribute, 1), CKR_OK);
-        return value;
-    }
     bool LoggedIn() {
         CK_SESSION_INFO info{};
         g_pCryptoki->functions()->C_GetSessionInfo(Provider().hSession, &info);

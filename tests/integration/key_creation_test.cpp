@@ -28,18 +28,6 @@ protected:
     }
     void Free(NCRYPT_KEY_HANDLE key) { EXPECT_EQ(table_->FreeKey(provider_, key), 0); }
 
-    // Attributes read in the provider's own session, which alone sees its
-    // session objects.
-    Bytes SessionAttribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type) {
-        CK_FUNCTION_LIST& token = *g_pCryptoki->functions();
-        CK_ATTRIBUTE attribute = {type, nullptr, 0};
-        EXPECT_EQ(token.C_GetAttributeValue(Provider().hSession, object, &attribute, 1), CKR_OK);
-        Bytes value(attribute.ulValueLen);
-        attribute.pValue = value.data();
-        EXPECT_EQ(token.C_GetAttributeValue(Provider().hSession, object, &attribute, 1), CKR_OK);
-        return value;
-    }
-
     bool Logged(const std::string& line) const {
         std::vector<std::string> lines = LogLines();
         return std::find(lines.begin(), lines.end(), line) != lines.end();

@@ -7,6 +7,7 @@
 #include "provider/provider_context.h"
 #include "support/fresh_provider_state.h"
 #include "support/softhsm_tokens.h"
+#include "ui/scripted_toolkit.h"
 
 namespace {
 
@@ -30,6 +31,9 @@ protected:
         tokens_.emplace(dir_, labels);
         if (!slotNames.empty()) SoftHsmTokens::NameSlots(slotNames);
         state_.emplace(dir_, registry, QUELMPKCS11_PATH);
+        // No card selection dialog can be shown: the user's answer is then
+        // a cancellation. (The dialog itself is tested on real readers.)
+        ScriptedToolkit::Install(nullptr);
         ASSERT_NE(g_pCryptoki, nullptr) << g_bindingError;
         ASSERT_EQ(GetKeyStorageInterface(WIDE("Velmora KSP v4.5"), &table_, 0), 0);
     }
@@ -45,6 +49,8 @@ protected:
     }
 
     Lines Log() const { return state_->LogLines(); }
+
+    void TearDown() override { SetDialogToolkitFactory(nullptr); }
 
     TempDir dir_;
     std::optional<SoftHsmTokens> tokens_;
@@ -147,7 +153,7 @@ TEST_F(ProviderLifecycle, WithTwoTokensTheReaderComesFromTheCacheOrTheUser) {
     EXPECT_EQ(Record(second).dwUniqueSlotId, Record(first).dwUniqueSlotId);
 
     // Any other call in between forgets it; the dialog then has the say,
-    // and without one the user's answer is a cancellation.
+    // and without a way to show it the user's answer is a cancellation.
     DWORD count = 0;
     NCryptAlgorithmName* list = nullptr;
     ASSERT_EQ(table_->EnumAlgorithms(second, 0, &count, &list, 0), 0);
@@ -155,10 +161,11 @@ TEST_F(ProviderLifecycle, WithTwoTokensTheReaderComesFromTheCacheOrTheUser) {
     NCRYPT_PROV_HANDLE third = 0;
     EXPECT_EQ(Open(0, &third), ERROR_CANCELLED);
     lines = Log();
-    EXPECT_EQ(Lines(lines.begin() + 4, lines.end()),
-              (Lines{"Checking provider cache", "Provider not set",
-                     "ERROR_CANCELLED: The operation was cancelled.",
-                     "QUELMKSPOpenProvider - Exit: 0x000004C7"}));
+    EXPECT_EQ(
+        Lines(lines.begin() + 4, lines.end()),
+        (Lines{"Checking provider cache", "Provider not set", "Loading resources", "Loading Dialog",
+               "Action was cancelled by the user", "ERROR_CANCELLED: The operation was cancelled.",
+               "QUELMKSPOpenProvider - Exit: 0x000004C7"}));
     EXPECT_EQ(third, 0u);
     EXPECT_EQ(table_->FreeProvider(first), 0);
     EXPECT_EQ(table_->FreeProvider(second), 0);

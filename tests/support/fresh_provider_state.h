@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "diag/debug_class.h"
+#include "provider/card_monitor.h"
 #include "provider/provider_cache.h"
 #include "provider/reader_ids.h"
 #include "registry_file.h"
@@ -29,15 +30,21 @@ public:
         g_bindingError.clear();
         g_pCryptoki = CreateCryptokiLibrary();
         g_pProviderCache = new ProviderCache();
+        g_pCardMonitor = new CardMonitor();
         g_pReaderIds = new ReaderIdMap();
     }
     ~FreshProviderState() {
+        // The monitor's thread uses the reader-id map: it ends first.
+        StopCardMonitor(*g_pCardMonitor);
+        // One whose thread would not end is left to it.
+        if (!g_pCardMonitor->hThread) delete g_pCardMonitor;
         delete g_pReaderIds;
         delete g_pProviderCache;
         delete g_pCryptoki;
         delete g_pOpLog;
         delete g_pTokenLog;
         g_pReaderIds = saved_.readerIds;
+        g_pCardMonitor = saved_.monitor;
         g_pProviderCache = saved_.cache;
         g_pCryptoki = saved_.cryptoki;
         g_pOpLog = saved_.opLog;
@@ -70,6 +77,7 @@ private:
         CryptokiLibrary* cryptoki = g_pCryptoki;
         ProviderCache* cache = g_pProviderCache;
         ReaderIdMap* readerIds = g_pReaderIds;
+        CardMonitor* monitor = g_pCardMonitor;
     } saved_;
     RegistryFile registry_;
     std::string logPath_;

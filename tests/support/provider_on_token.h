@@ -46,6 +46,18 @@ protected:
     }
 
     QUELMKSP_PROVIDER& Provider() const { return *reinterpret_cast<QUELMKSP_PROVIDER*>(provider_); }
+
+    // An attribute read in the provider's own session, which alone sees its
+    // session objects.
+    std::vector<uint8_t> SessionAttribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type) const {
+        CK_FUNCTION_LIST& token = *g_pCryptoki->functions();
+        CK_ATTRIBUTE attribute = {type, nullptr, 0};
+        EXPECT_EQ(token.C_GetAttributeValue(Provider().hSession, object, &attribute, 1), CKR_OK);
+        std::vector<uint8_t> value(attribute.ulValueLen);
+        attribute.pValue = value.data();
+        EXPECT_EQ(token.C_GetAttributeValue(Provider().hSession, object, &attribute, 1), CKR_OK);
+        return value;
+    }
     std::string TokenLog() const { return state_->Log(); }
     std::vector<std::string> LogLines() const { return state_->LogLines(); }
     void ClearLog() const { state_->ClearLog(); }

@@ -22,14 +22,16 @@ public:
         CK_OBJECT_HANDLE privateKey;
     };
 
-    // Opens a session on the first token slot and logs the user in.
-    explicit TokenObjects(CryptokiLibrary& cryptoki) : token_(*cryptoki.functions()) {
+    // Opens a session on a token slot (the first one unless told) and logs
+    // the user in.
+    explicit TokenObjects(CryptokiLibrary& cryptoki, CK_ULONG slotIndex = 0)
+        : token_(*cryptoki.functions()) {
         CK_SLOT_ID slots[8];
         CK_ULONG count = 8;
         Check(token_.C_GetSlotList(CK_TRUE, slots, &count), "C_GetSlotList");
-        if (count == 0) throw std::runtime_error("no token");
-        Check(token_.C_OpenSession(slots[0], CKF_SERIAL_SESSION | CKF_RW_SESSION, nullptr, nullptr,
-                                   &session_),
+        if (count <= slotIndex) throw std::runtime_error("no token");
+        Check(token_.C_OpenSession(slots[slotIndex], CKF_SERIAL_SESSION | CKF_RW_SESSION, nullptr,
+                                   nullptr, &session_),
               "C_OpenSession");
         std::string pin = SoftHsmTokens::kUserPin;
         CK_RV rv = token_.C_Login(session_, CKU_USER, reinterpret_cast<CK_UTF8CHAR*>(pin.data()),

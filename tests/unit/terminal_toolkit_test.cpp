@@ -15,6 +15,7 @@ namespace {
 class FourDigitDialog : public DialogEvents {
 public:
     explicit FourDigitDialog(DialogToolkit& ui) : ui_(ui) {}
+    int DialogTemplate() const override { return dialog_ids::kTemplate; }
     void OnInitDialog() override { ui_.SetTitle(WIDE("Introduzca el PIN paraTest")); }
     void OnEnChangePin() override {
         ui_.EnableControl(dialog_ids::kOk, ui_.ControlTextLength(dialog_ids::kPin) >= 4);

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # quelmksp register and unregister under Wine, on a fresh prefix: CNG's
 # registration functions are stubs there, which the client says, with exit
-# code 11, while it writes and removes the configuration all the same.
+# code 13, while it writes and removes the configuration all the same.
 #   register_test.sh PREFIX CLIENT DEFAULT_REG
 . "$(dirname "$0")/msi_fixture.sh"
 client=$2 default_reg=$3
@@ -16,7 +16,7 @@ imported=$(reg_export "HKLM\\$vendor"; reg_export "HKLM\\$ksp")
 run 0 reg delete "HKLM\\$vendor" /f
 run 0 reg delete "HKLM\\$ksp" /f
 
-run 11 "$client" register
+run 13 "$client" register
 expect_err "quelmksp register: the provider is not registered with CNG"
 expect_err "under Wine"
 expect_err "BCryptRegisterProvider and BCryptAddContextFunctionProvider are stubs"
@@ -32,7 +32,7 @@ registered=$(reg_export "HKLM\\$vendor"; reg_export "HKLM\\$ksp")
 
 # An administrator's value stays; --allow-stubbed-cng turns the stub into 0.
 run 0 reg add "HKLM\\$sdk" /v KSPLOG /d 1 /f
-run 11 "$client" register
+run 13 "$client" register
 expect_out "kept    HKLM\\$sdk: \"KSPLOG\" (already set)"
 [ "$(reg_value "$sdk" KSPLOG)" = "REG_SZ 1" ] || fail "register overwrote KSPLOG: $(reg_value "$sdk" KSPLOG)"
 run 0 "$client" register --allow-stubbed-cng
@@ -42,7 +42,7 @@ expect_err "are stubs"
 # vendor's folder only once nothing else is in it.
 run 0 reg add "HKLM\\$sdk" /v KSPDIR /d 'C:\ksp.log' /f
 run 0 reg add "HKLM\\$vendor\\Other Product" /v Installed /d 1 /f
-run 11 "$client" unregister
+run 13 "$client" unregister
 expect_err "quelmksp unregister: CNG's registration was left as it was"
 expect_err "BCryptRemoveContextFunctionProvider and BCryptUnregisterProvider are stubs"
 expect_out "BCryptUnregisterProvider: STATUS_NOT_IMPLEMENTED"

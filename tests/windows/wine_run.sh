@@ -28,9 +28,12 @@ done
 [ -x "$wine" ] || { echo "wine_run.sh: $wine is missing (install wine64)" >&2; exit 2; }
 
 export WINEPREFIX=$prefix WINEDEBUG=-all WINEARCH=win64
-# No Mono or Gecko installers: the tests need neither. The display is the
-# caller's (Xvfb, for the dialog tests) or none.
-export WINEDLLOVERRIDES="mscoree,mshtml=" DISPLAY="${DISPLAY:-}"
+# No Mono or Gecko installers: the tests need neither. A test may ask for
+# more overrides in WINE_EXTRA_DLLOVERRIDES (winscard=n: the stand-in
+# smart-card service beside it). The display is the caller's (Xvfb, for the
+# dialog tests) or none.
+export WINEDLLOVERRIDES="mscoree,mshtml=${WINE_EXTRA_DLLOVERRIDES:+;$WINE_EXTRA_DLLOVERRIDES}"
+export DISPLAY="${DISPLAY:-}"
 unset WAYLAND_DISPLAY
 
 # Persistent for a while after its last client, so that the next test does

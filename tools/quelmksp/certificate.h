@@ -20,5 +20,18 @@ std::optional<RsaPublicKey> CertificatePublicKey(const SecretBytes& der);
 // in; nullopt when der is not a certificate.
 std::optional<std::string> CertificateSubject(const SecretBytes& der);
 
+// What 'certs' shows of a certificate. Times are UTC, as
+// "2025-01-31T12:00:00Z"; the serial is upper-case hexadecimal.
+struct CertificateFacts {
+    std::string subject;
+    std::string issuer;
+    std::string serial;
+    std::string notBefore;
+    std::string notAfter;
+};
+
+// nullopt when der is not a certificate.
+std::optional<CertificateFacts> DescribeCertificate(const SecretBytes& der);
+
 // Throws ClientError (exit_code::kData) when der is not a certificate.
 SecretBytes CertificatePem(const SecretBytes& der);

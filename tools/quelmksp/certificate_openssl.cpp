@@ -1,6 +1,8 @@
 #include <openssl/err.h>
 #include <openssl/pem.h>
 
+#include <ctime>
+
 #include "certificate.h"
 #include "client_error.h"
 #include "crypto_objects_openssl.h"
@@ -49,18 +51,56 @@ std::optional<RsaPublicKey> CertificatePublicKey(const SecretBytes& der) {
     return RsaPublicKeyOf(X509_get0_pubkey(certificate.get()));
 }
 
-std::optional<std::string> CertificateSubject(const SecretBytes& der) {
-    X509Ptr certificate = ParseDer(der);
+namespace {
+
+std::optional<std::string> NameText(const X509_NAME* name) {
     BioPtr bio = NewWipedMemoryBio();
-    if (!certificate || !bio) return std::nullopt;
+    if (!bio) return std::nullopt;
     // The escapes of RFC 2253 without its reversed order, and UTF-8 left
     // readable.
     const unsigned long flags =
         XN_FLAG_SEP_CPLUS_SPC | XN_FLAG_FN_SN | (ASN1_STRFLGS_RFC2253 & ~ASN1_STRFLGS_ESC_MSB);
-    if (X509_NAME_print_ex(bio.get(), X509_get_subject_name(certificate.get()), 0, flags) < 0)
-        return std::nullopt;
+    if (X509_NAME_print_ex(bio.get(), name, 0, flags) < 0) return std::nullopt;
     SecretBytes text = BioContents(bio.get());
     return std::string(text.begin(), text.end());
+}
+
+std::optional<std::string> TimeText(const ASN1_TIME* time) {
+    std::tm parts{};
+    if (!time || !ASN1_TIME_to_tm(time, &parts)) return std::nullopt;
+    char text[32];
+    if (std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts) == 0) return std::nullopt;
+    return std::string(text);
+}
+
+std::optional<std::string> SerialText(const ASN1_INTEGER* serial) {
+    BignumPtr number(ASN1_INTEGER_to_BN(serial, nullptr));
+    if (!number) return std::nullopt;
+    char* hex = BN_bn2hex(number.get());
+    if (!hex) return std::nullopt;
+    std::string text = hex;
+    OPENSSL_free(hex);
+    return text;
+}
+
+}  // namespace
+
+std::optional<std::string> CertificateSubject(const SecretBytes& der) {
+    X509Ptr certificate = ParseDer(der);
+    if (!certificate) return std::nullopt;
+    return NameText(X509_get_subject_name(certificate.get()));
+}
+
+std::optional<CertificateFacts> DescribeCertificate(const SecretBytes& der) {
+    X509Ptr certificate = ParseDer(der);
+    if (!certificate) return std::nullopt;
+    std::optional<std::string> subject = NameText(X509_get_subject_name(certificate.get()));
+    std::optional<std::string> issuer = NameText(X509_get_issuer_name(certificate.get()));
+    std::optional<std::string> serial = SerialText(X509_get0_serialNumber(certificate.get()));
+    std::optional<std::string> notBefore = TimeText(X509_get0_notBefore(certificate.get()));
+    std::optional<std::string> notAfter = TimeText(X509_get0_notAfter(certificate.get()));
+    if (!subject || !issuer || !serial || !notBefore || !notAfter) return std::nullopt;
+    return CertificateFacts{*subject, *issuer, *serial, *notBefore, *notAfter};
 }
 
 SecretBytes CertificatePem(const SecretBytes& der) {

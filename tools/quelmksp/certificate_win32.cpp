@@ -4,6 +4,7 @@
 #include <bcrypt.h>
 #include <wincrypt.h>
 
+#include <cstdio>
 #include <memory>
 
 #include "certificate.h"
@@ -76,18 +77,60 @@ std::optional<RsaPublicKey> CertificatePublicKey(const SecretBytes& der) {
     return ParseRsaPublicBlob(blob.data(), length);
 }
 
-std::optional<std::string> CertificateSubject(const SecretBytes& der) {
-    Context certificate = Parse(der);
-    if (!certificate) return std::nullopt;
-    CERT_NAME_BLOB* subject = &certificate->pCertInfo->Subject;
+namespace {
+
+std::optional<std::string> NameText(CERT_NAME_BLOB* name) {
     const DWORD type = CERT_X500_NAME_STR;
-    DWORD length = CertNameToStrW(X509_ASN_ENCODING, subject, type, nullptr, 0);
+    DWORD length = CertNameToStrW(X509_ASN_ENCODING, name, type, nullptr, 0);
     if (length == 0) return std::nullopt;
     std::wstring text(length, L'\0');
-    length = CertNameToStrW(X509_ASN_ENCODING, subject, type, text.data(), length);
+    length = CertNameToStrW(X509_ASN_ENCODING, name, type, text.data(), length);
     // The length counts the terminating null.
     text.resize(length > 0 ? length - 1 : 0);
     return platform::ToUtf8(text);
+}
+
+std::optional<std::string> TimeText(const FILETIME& time) {
+    SYSTEMTIME parts{};
+    if (!FileTimeToSystemTime(&time, &parts)) return std::nullopt;
+    char text[32];
+    std::snprintf(text, sizeof text, "%04u-%02u-%02uT%02u:%02u:%02uZ", parts.wYear, parts.wMonth,
+                  parts.wDay, parts.wHour, parts.wMinute, parts.wSecond);
+    return std::string(text);
+}
+
+// crypt32 keeps the serial's bytes least significant first.
+std::string SerialText(const CRYPT_INTEGER_BLOB& serial) {
+    static const char kDigits[] = "0123456789ABCDEF";
+    std::string text;
+    for (DWORD i = serial.cbData; i > 0; --i) {
+        const BYTE byte = serial.pbData[i - 1];
+        if (text.empty() && byte == 0 && i > 1) continue;
+        text += kDigits[byte >> 4];
+        text += kDigits[byte & 0xF];
+    }
+    return text.empty() ? "00" : text;
+}
+
+}  // namespace
+
+std::optional<std::string> CertificateSubject(const SecretBytes& der) {
+    Context certificate = Parse(der);
+    if (!certificate) return std::nullopt;
+    return NameText(&certificate->pCertInfo->Subject);
+}
+
+std::optional<CertificateFacts> DescribeCertificate(const SecretBytes& der) {
+    Context certificate = Parse(der);
+    if (!certificate) return std::nullopt;
+    CERT_INFO* info = certificate->pCertInfo;
+    std::optional<std::string> subject = NameText(&info->Subject);
+    std::optional<std::string> issuer = NameText(&info->Issuer);
+    std::optional<std::string> notBefore = TimeText(info->NotBefore);
+    std::optional<std::string> notAfter = TimeText(info->NotAfter);
+    if (!subject || !issuer || !notBefore || !notAfter) return std::nullopt;
+    return CertificateFacts{*subject, *issuer, SerialText(info->SerialNumber), *notBefore,
+                            *notAfter};
 }
 
 SecretBytes CertificatePem(const SecretBytes& der) {

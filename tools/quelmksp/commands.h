@@ -9,6 +9,8 @@
 struct Invocation {
     std::string library;
     std::vector<std::string> args;
+    // --interactive: the provider may show the card selection dialog.
+    bool interactive = false;
 };
 
 int RunInfo(const Invocation& invocation);
@@ -23,5 +25,9 @@ int RunReq(const Invocation& invocation);
 int RunCertPut(const Invocation& invocation);
 int RunCertGet(const Invocation& invocation);
 int RunDelete(const Invocation& invocation);
+int RunImport(const Invocation& invocation);
+int RunWrap(const Invocation& invocation);
+int RunCerts(const Invocation& invocation);
+int RunReaders(const Invocation& invocation);
 int RunRegister(const Invocation& invocation);
 int RunUnregister(const Invocation& invocation);

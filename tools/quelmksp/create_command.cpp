@@ -75,21 +75,6 @@ void SetDword(const KeyCommand& command, LPCWSTR property, DWORD value, SECURITY
                                              reinterpret_cast<PBYTE>(&value), sizeof value, 0);
 }
 
-// The name that EnumKeys lists for the key whose public key is wanted,
-// checked by opening the key under it; nullopt when no listed name opens it.
-std::optional<platform::WideString> ListedNameOf(const ProviderSession& session,
-                                                 const RsaPublicKey& wanted) {
-    for (const platform::WideString& name : ListKeyNames(session)) {
-        if (name.empty()) continue;
-        OpenedKey candidate(session);
-        RsaPublicKey publicKey;
-        if (candidate.Open(name) == ERROR_SUCCESS &&
-            ExportPublicKey(candidate.ref(), &publicKey) == ERROR_SUCCESS && publicKey == wanted)
-            return name;
-    }
-    return std::nullopt;
-}
-
 }  // namespace
 
 int RunCreate(const Invocation& invocation) {

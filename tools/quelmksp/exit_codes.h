@@ -17,8 +17,14 @@ inline constexpr int kExists = 7;
 inline constexpr int kOtherKey = 8;
 inline constexpr int kNoCertificate = 9;
 inline constexpr int kUnavailable = 10;
+// The token refused the data it was given: a ciphertext not made for the key
+// or damaged, told apart from a provider fault by a test message.
+inline constexpr int kRefusedInput = 11;
+// The token's flags say the PIN is locked: no PIN will do until it is
+// unblocked, unlike a wrong PIN (kLogin).
+inline constexpr int kPinLocked = 12;
 // register and unregister: CNG's registration functions are stubs here
 // (Wine), so only the configuration values were written or removed.
-inline constexpr int kRegistrationStubbed = 11;
+inline constexpr int kRegistrationStubbed = 13;
 
 }  // namespace exit_code

@@ -1,7 +1,5 @@
 #include <openssl/evp.h>
 
-#include <memory>
-
 #include "client_error.h"
 #include "hashing.h"
 
@@ -23,17 +21,33 @@ const EVP_MD* Digest(HashAlgorithm algorithm) {
     return nullptr;
 }
 
+[[noreturn]] void Failed() {
+    throw ClientError(exit_code::kProvider, "OpenSSL could not hash the data");
+}
+
 }  // namespace
 
-std::vector<uint8_t> Hash(HashAlgorithm algorithm, const uint8_t* data, size_t size) {
-    std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> context(EVP_MD_CTX_new(),
-                                                                    &EVP_MD_CTX_free);
+struct Hasher::State {
+    ~State() { EVP_MD_CTX_free(context); }
+    EVP_MD_CTX* context = nullptr;
+};
+
+Hasher::Hasher(HashAlgorithm algorithm) : state_(std::make_unique<State>()) {
+    state_->context = EVP_MD_CTX_new();
+    if (!state_->context || !EVP_DigestInit_ex(state_->context, Digest(algorithm), nullptr))
+        Failed();
+}
+
+Hasher::~Hasher() = default;
+
+void Hasher::Update(const uint8_t* data, size_t size) {
+    if (!EVP_DigestUpdate(state_->context, data, size)) Failed();
+}
+
+std::vector<uint8_t> Hasher::Finish() {
     std::vector<uint8_t> hash(EVP_MAX_MD_SIZE);
     unsigned int length = 0;
-    if (!context || !EVP_DigestInit_ex(context.get(), Digest(algorithm), nullptr) ||
-        !EVP_DigestUpdate(context.get(), data, size) ||
-        !EVP_DigestFinal_ex(context.get(), hash.data(), &length))
-        throw ClientError(exit_code::kProvider, "OpenSSL could not hash the data");
+    if (!EVP_DigestFinal_ex(state_->context, hash.data(), &length)) Failed();
     hash.resize(length);
     return hash;
 }

@@ -24,45 +24,49 @@ LPCWSTR BCryptAlgorithm(HashAlgorithm algorithm) {
     return nullptr;
 }
 
-class AlgorithmHandle {
-public:
-    ~AlgorithmHandle() {
-        if (handle) BCryptCloseAlgorithmProvider(handle, 0);
-    }
-    BCRYPT_ALG_HANDLE handle = nullptr;
-};
-
-class HashHandle {
-public:
-    ~HashHandle() {
-        if (handle) BCryptDestroyHash(handle);
-    }
-    BCRYPT_HASH_HANDLE handle = nullptr;
-};
+[[noreturn]] void Failed() {
+    throw ClientError(exit_code::kProvider, "BCrypt could not hash the data");
+}
 
 }  // namespace
 
-std::vector<uint8_t> Hash(HashAlgorithm algorithm, const uint8_t* data, size_t size) {
-    AlgorithmHandle provider;
-    HashHandle hash;
+struct Hasher::State {
+    ~State() {
+        if (hash) BCryptDestroyHash(hash);
+        if (provider) BCryptCloseAlgorithmProvider(provider, 0);
+    }
+    BCRYPT_ALG_HANDLE provider = nullptr;
+    BCRYPT_HASH_HANDLE hash = nullptr;
     DWORD length = 0;
+};
+
+Hasher::Hasher(HashAlgorithm algorithm) : state_(std::make_unique<State>()) {
     ULONG got = 0;
-    bool ok =
-        BCRYPT_SUCCESS(BCryptOpenAlgorithmProvider(&provider.handle, BCryptAlgorithm(algorithm),
-                                                   nullptr, 0)) &&
-        BCRYPT_SUCCESS(BCryptGetProperty(provider.handle, BCRYPT_HASH_LENGTH,
-                                         reinterpret_cast<PUCHAR>(&length), sizeof length, &got,
-                                         0)) &&
-        BCRYPT_SUCCESS(BCryptCreateHash(provider.handle, &hash.handle, nullptr, 0, nullptr, 0, 0));
-    std::vector<uint8_t> value(ok ? length : 0);
+    if (!BCRYPT_SUCCESS(BCryptOpenAlgorithmProvider(&state_->provider, BCryptAlgorithm(algorithm),
+                                                    nullptr, 0)) ||
+        !BCRYPT_SUCCESS(BCryptGetProperty(state_->provider, BCRYPT_HASH_LENGTH,
+                                          reinterpret_cast<PUCHAR>(&state_->length),
+                                          sizeof state_->length, &got, 0)) ||
+        !BCRYPT_SUCCESS(
+            BCryptCreateHash(state_->provider, &state_->hash, nullptr, 0, nullptr, 0, 0)))
+        Failed();
+}
+
+Hasher::~Hasher() = default;
+
+void Hasher::Update(const uint8_t* data, size_t size) {
     // BCryptHashData takes at most a ULONG at a time.
-    while (ok && size > 0) {
+    while (size > 0) {
         ULONG chunk = size > 0x40000000 ? 0x40000000 : static_cast<ULONG>(size);
-        ok = BCRYPT_SUCCESS(BCryptHashData(hash.handle, const_cast<PUCHAR>(data), chunk, 0));
+        if (!BCRYPT_SUCCESS(BCryptHashData(state_->hash, const_cast<PUCHAR>(data), chunk, 0)))
+            Failed();
         data += chunk;
         size -= chunk;
     }
-    if (!ok || !BCRYPT_SUCCESS(BCryptFinishHash(hash.handle, value.data(), length, 0)))
-        throw ClientError(exit_code::kProvider, "BCrypt could not hash the data");
+}
+
+std::vector<uint8_t> Hasher::Finish() {
+    std::vector<uint8_t> value(state_->length);
+    if (!BCRYPT_SUCCESS(BCryptFinishHash(state_->hash, value.data(), state_->length, 0))) Failed();
     return value;
 }

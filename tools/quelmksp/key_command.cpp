@@ -6,8 +6,12 @@
 
 namespace {
 
-std::unique_ptr<PinFeed> PinFeedIfAsked(const ParsedCommand& parsed) {
-    return parsed.Has("--pin-stdin") ? PinFeed::FromStdin() : nullptr;
+std::unique_ptr<PinFeed> PinFeedIfAsked(const Invocation& invocation, const ParsedCommand& parsed) {
+    if (!parsed.Has("--pin-stdin")) return nullptr;
+    // The card selection reads the same keystrokes as the PIN dialog: it
+    // would take the PIN's digits for reader numbers.
+    if (invocation.interactive) throw UsageError("--pin-stdin cannot be used with --interactive");
+    return PinFeed::FromStdin();
 }
 
 }  // namespace
@@ -18,16 +22,22 @@ void RequireFileDataWithPinStdin(const ParsedCommand& parsed, bool dataFromStdin
 }
 
 KeyCommand::KeyCommand(const Invocation& invocation, const ParsedCommand& parsed)
-    : pin_(PinFeedIfAsked(parsed)), client_(invocation.library), session_(client_) {
+    : pin_(PinFeedIfAsked(invocation, parsed)),
+      client_(invocation.library, invocation.interactive),
+      session_(client_) {
     session_.OpenKey(parsed.Operand(0));
 }
 
 KeyCommand::KeyCommand(const Invocation& invocation, const ParsedCommand& parsed, NoKeyYet)
-    : pin_(PinFeedIfAsked(parsed)), client_(invocation.library), session_(client_) {}
+    : pin_(PinFeedIfAsked(invocation, parsed)),
+      client_(invocation.library, invocation.interactive),
+      session_(client_) {}
 
 void KeyCommand::Check(SECURITY_STATUS status, const std::string& operation) const {
-    if (status != ERROR_SUCCESS)
-        ThrowStatus(status, KeyOperationMeaning(status, operation, pin_ != nullptr));
+    if (status == ERROR_SUCCESS) return;
+    if (ExitCodeForStatus(status) == exit_code::kLogin)
+        ThrowLoginFailure(status, operation, pin_ != nullptr, client_.libraryPath());
+    ThrowStatus(status, KeyOperationMeaning(status, operation, pin_ != nullptr));
 }
 
 SECURITY_STATUS TrySignHashOnToken(const KeyCommand& command, HashAlgorithm algorithm,

@@ -41,3 +41,16 @@ std::vector<platform::WideString> ListKeyNames(const ProviderSession& session) {
     while (keys.Next(&name)) names.push_back(name);
     return names;
 }
+
+std::optional<platform::WideString> ListedNameOf(const ProviderSession& session,
+                                                 const RsaPublicKey& wanted) {
+    for (const platform::WideString& name : ListKeyNames(session)) {
+        if (name.empty()) continue;
+        OpenedKey candidate(session);
+        RsaPublicKey publicKey;
+        if (candidate.Open(name) == ERROR_SUCCESS &&
+            ExportPublicKey(candidate.ref(), &publicKey) == ERROR_SUCCESS && publicKey == wanted)
+            return name;
+    }
+    return std::nullopt;
+}

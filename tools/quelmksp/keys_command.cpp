@@ -5,10 +5,13 @@
 #include <vector>
 
 #include "certificate.h"
+#include "client_error.h"
 #include "command_line.h"
 #include "commands.h"
+#include "data_io.h"
 #include "diag/status_names.h"
 #include "exit_codes.h"
+#include "json_text.h"
 #include "key_enumeration.h"
 #include "key_name_text.h"
 #include "platform/wide_string.h"
@@ -19,7 +22,7 @@ namespace {
 
 const CommandSyntax kSyntax{
     "keys",
-    "usage: quelmksp keys [--long]\n"
+    "usage: quelmksp keys [--long] [--format text|json] [-o FILE]\n"
     "\n"
     "Lists the keys on the token: each name in a readable form (characters\n"
     "outside printable ASCII and Latin-1 escaped as \\xHH), and beside it the\n"
@@ -28,9 +31,11 @@ const CommandSyntax kSyntax{
     "  --long  add each key's length in bits, its usage (sign, decrypt) and\n"
     "          the subject of the certificate stored beside it (- for none);\n"
     "          a value that cannot be read shows as ?, and the command then\n"
-    "          exits 3 after saying why on stderr\n",
+    "          exits 3 after saying why on stderr\n"
+    "  --format FORM  text (default) or json (see the README for the fields)\n"
+    "  -o FILE        write to FILE instead of stdout\n",
     {"--long"},
-    {},
+    {"--format", "-o"},
     0,
     0};
 
@@ -123,18 +128,50 @@ private:
 using Row = std::vector<std::string>;
 
 // Left-aligned columns two blanks apart; the last one is not padded.
-void PrintTable(const std::vector<Row>& rows) {
+std::string TableText(const std::vector<Row>& rows) {
     std::vector<size_t> widths(rows[0].size(), 0);
     for (const Row& row : rows)
         for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], Columns(row[i]));
+    std::string text;
     for (const Row& row : rows) {
-        std::string line;
         for (size_t i = 0; i < row.size(); ++i) {
-            line += row[i];
-            if (i + 1 < row.size()) line += std::string(widths[i] - Columns(row[i]) + 2, ' ');
+            text += row[i];
+            if (i + 1 < row.size()) text += std::string(widths[i] - Columns(row[i]) + 2, ' ');
         }
-        std::puts(line.c_str());
+        text += "\n";
     }
+    return text;
+}
+
+// The JSON value of a --long column: "?" (unreadable) and "-" (none) are null.
+std::string JsonColumn(const std::string& value, size_t column) {
+    if (value == "?" || (column == 4 && value == "-")) return "null";
+    if (column == 2) return value;
+    if (column == 3) {
+        std::string list = "[";
+        size_t start = 0;
+        while (start <= value.size()) {
+            size_t comma = value.find(',', start);
+            if (comma == std::string::npos) comma = value.size();
+            list += (list.size() > 1 ? ", " : "") + JsonString(value.substr(start, comma - start));
+            start = comma + 1;
+        }
+        return list + "]";
+    }
+    return JsonString(value);
+}
+
+std::string JsonText(const std::vector<Row>& rows) {
+    static const char* const kFields[] = {"name", "hex", "bits", "usage", "certificate_subject"};
+    std::string text = "{\n  \"keys\": [";
+    for (size_t r = 1; r < rows.size(); ++r) {
+        text += r > 1 ? ",\n    {" : "\n    {";
+        for (size_t i = 0; i < rows[r].size(); ++i)
+            text +=
+                std::string(i ? ", " : "") + "\"" + kFields[i] + "\": " + JsonColumn(rows[r][i], i);
+        text += "}";
+    }
+    return text + (rows.size() > 1 ? "\n  ]\n}\n" : "]\n}\n");
 }
 
 }  // namespace
@@ -146,7 +183,10 @@ int RunKeys(const Invocation& invocation) {
         return exit_code::kOk;
     }
     const bool longForm = parsed.Has("--long");
-    ProviderClient client(invocation.library);
+    const std::string format = parsed.Value("--format", "text");
+    if (format != "text" && format != "json")
+        throw UsageError("unknown format '" + format + "': use text or json");
+    ProviderClient client(invocation.library, invocation.interactive);
     ProviderSession session(client);
     std::vector<Row> rows;
     rows.push_back(longForm ? Row{"NAME", "HEX", "BITS", "USAGE", "SUBJECT"} : Row{"NAME", "HEX"});
@@ -160,10 +200,12 @@ int RunKeys(const Invocation& invocation) {
         }
         rows.push_back(std::move(row));
     }
-    if (rows.size() == 1) {
+    if (rows.size() == 1 && format == "text") {
         std::fputs("no keys on the token\n", stderr);
         return exit_code::kOk;
     }
-    PrintTable(rows);
+    const std::string text = format == "json" ? JsonText(rows) : TableText(rows);
+    WriteOutput(parsed.Value("-o", "-"), reinterpret_cast<const uint8_t*>(text.data()),
+                text.size());
     return failed ? exit_code::kProvider : exit_code::kOk;
 }

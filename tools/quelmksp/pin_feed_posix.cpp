@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 
@@ -35,18 +36,48 @@ SecretBytes ReadPinLine() {
     return pin;
 }
 
+// Without a terminal the provider's dialog writes its prompt, "PIN: ****"
+// and its verdicts to stderr, where a script reads them as errors. The
+// client tells the outcome itself, so while the PIN is fed stderr goes to
+// /dev/null, unless the provider's debugger output was asked for there.
+int SilenceDialogOutput() {
+    const int terminal = open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC);
+    if (terminal >= 0) {
+        close(terminal);
+        return -1;
+    }
+    const char* debug = std::getenv("QUELMKSP_DEBUG_OUTPUT");
+    if (debug && std::string(debug) == "1") return -1;
+    const int quiet = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    if (quiet < 0) return -1;
+    std::fflush(stderr);
+    const int saved = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3);
+    if (saved >= 0 && dup2(quiet, STDERR_FILENO) < 0) {
+        close(saved);
+        close(quiet);
+        return -1;
+    }
+    close(quiet);
+    return saved;
+}
+
 class PipedPin : public PinFeed {
 public:
-    explicit PipedPin(int readEnd) : readEnd_(readEnd) {
+    explicit PipedPin(int readEnd) : readEnd_(readEnd), savedStderr_(SilenceDialogOutput()) {
         setenv("QUELMKSP_PIN_INPUT", std::to_string(readEnd_).c_str(), 1);
     }
     ~PipedPin() override {
         unsetenv("QUELMKSP_PIN_INPUT");
         close(readEnd_);
+        if (savedStderr_ >= 0) {
+            dup2(savedStderr_, STDERR_FILENO);
+            close(savedStderr_);
+        }
     }
 
 private:
     int readEnd_;
+    int savedStderr_;
 };
 
 }  // namespace

@@ -15,13 +15,17 @@ public:
 
     // Loads the library and fetches its table under the provider's name.
     // Throws std::runtime_error with a message for the user on failure.
-    explicit ProviderClient(const std::string& libraryPath);
+    // interactive: providers are opened without NCRYPT_SILENT_FLAG, so that
+    // the provider may ask the user for the reader.
+    explicit ProviderClient(const std::string& libraryPath, bool interactive = false);
 
     NCRYPT_KEY_STORAGE_FUNCTION_TABLE& table() const { return *table_; }
     const std::string& libraryPath() const { return libraryPath_; }
+    DWORD openFlags() const { return openFlags_; }
 
 private:
     std::string libraryPath_;
     std::unique_ptr<platform::Module> module_;
     NCRYPT_KEY_STORAGE_FUNCTION_TABLE* table_ = nullptr;
+    DWORD openFlags_;
 };

@@ -10,7 +10,8 @@
 
 class ProviderSession {
 public:
-    // Opens the provider silently, as a service would. Throws ClientError.
+    // Opens the provider silently, as a service would, unless the client is
+    // interactive. Throws ClientError.
     explicit ProviderSession(const ProviderClient& client);
     ~ProviderSession();
     ProviderSession(const ProviderSession&) = delete;
@@ -23,6 +24,12 @@ public:
     // CreatePersistedKey of an RSA key; on success the new, unfinalized key
     // becomes the session's key.
     SECURITY_STATUS CreateKey(platform::WideView name, DWORD legacyKeySpec, DWORD flags);
+
+    // ImportKey of a BCRYPT_RSAKEY_BLOB, named by name when it is not empty,
+    // wrapped for importKey when that is not 0; on success the imported key
+    // becomes the session's key.
+    SECURITY_STATUS ImportKey(NCRYPT_KEY_HANDLE importKey, LPCWSTR blobType,
+                              platform::WideView name, SecretBytes& blob, DWORD flags);
 
     NCRYPT_KEY_STORAGE_FUNCTION_TABLE& table() const { return table_; }
     NCRYPT_PROV_HANDLE provider() const { return provider_; }

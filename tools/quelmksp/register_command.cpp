@@ -36,9 +36,9 @@ const CommandSyntax kRegisterSyntax{
     "or /etc/velmora/quelmksp.reg) unless a file is there already.\n"
     "\n"
     "Where CNG's registration functions are stubs (Wine), the configuration\n"
-    "values are written all the same, the command says so and exits 11.\n"
+    "values are written all the same, the command says so and exits 13.\n"
     "\n"
-    "  --allow-stubbed-cng  exit 0 instead of 11 in that case (the installer\n"
+    "  --allow-stubbed-cng  exit 0 instead of 13 in that case (the installer\n"
     "                       uses it, so that it installs under Wine)\n",
     {"--allow-stubbed-cng"},
     {},
@@ -57,9 +57,9 @@ const CommandSyntax kUnregisterSyntax{
     "On Linux: removes the configuration file.\n"
     "\n"
     "Where CNG's registration functions are stubs (Wine), the configuration\n"
-    "is removed all the same, the command says so and exits 11.\n"
+    "is removed all the same, the command says so and exits 13.\n"
     "\n"
-    "  --allow-stubbed-cng  exit 0 instead of 11 in that case\n",
+    "  --allow-stubbed-cng  exit 0 instead of 13 in that case\n",
     {"--allow-stubbed-cng"},
     {},
     0,

@@ -14,18 +14,20 @@ namespace {
 
 const CommandSyntax kSyntax{
     "sign",
-    "usage: quelmksp sign KEY [--hash md5|sha1|sha256|sha512] [--base64] [--pin-stdin]\n"
-    "                     [FILE|-]\n"
+    "usage: quelmksp sign KEY [--hash md5|sha1|sha256|sha512] [--base64] [-o FILE]\n"
+    "                     [--pin-stdin] [FILE|-]\n"
     "\n"
     "Hashes FILE (stdin when left out or -) and has the token sign the hash\n"
-    "with KEY (PKCS#1 v1.5). Writes the raw signature to stdout.\n"
+    "with KEY (PKCS#1 v1.5). Writes the raw signature to stdout. The file is\n"
+    "hashed as it is read, so its size does not matter.\n"
     "\n"
     "  KEY          the key's name or its hexadecimal form (see 'quelmksp keys')\n"
     "  --hash ALG   md5, sha1, sha256 (default) or sha512\n"
     "  --base64     write the signature as one line of base64\n"
+    "  -o FILE      write to FILE instead of stdout\n"
     "  --pin-stdin  read the PIN line from stdin; FILE must then be given\n",
     {"--base64", "--pin-stdin"},
-    {"--hash"},
+    {"--hash", "-o"},
     1,
     2};
 
@@ -41,16 +43,16 @@ int RunSign(const Invocation& invocation) {
     const std::string dataPath = parsed.Operand(1, "-");
     RequireFileDataWithPinStdin(parsed, dataPath == "-");
     UseBinaryStdio();
-    SecretBytes data = ReadData(dataPath);
-    std::vector<uint8_t> hash = Hash(algorithm, data.data(), data.size());
+    std::vector<uint8_t> hash = HashFile(algorithm, dataPath);
 
     KeyCommand command(invocation, parsed);
     std::vector<uint8_t> signature = SignHashOnToken(command, algorithm, hash);
     if (parsed.Has("--base64")) {
         std::string text = Base64Encode(signature.data(), signature.size()) + "\n";
-        WriteData(reinterpret_cast<const uint8_t*>(text.data()), text.size());
+        WriteOutput(parsed.Value("-o", "-"), reinterpret_cast<const uint8_t*>(text.data()),
+                    text.size());
     } else {
-        WriteData(signature.data(), signature.size());
+        WriteOutput(parsed.Value("-o", "-"), signature.data(), signature.size());
     }
     return exit_code::kOk;
 }

@@ -3,6 +3,7 @@
 #include "client_error.h"
 #include "diag/status_names.h"
 #include "exit_codes.h"
+#include "token_module.h"
 
 int ExitCodeForStatus(SECURITY_STATUS status) {
     switch (status) {
@@ -29,7 +30,7 @@ std::string KeyOperationMeaning(SECURITY_STATUS status, const std::string& opera
     switch (status) {
         case SCARD_W_CANCELLED_BY_USER:
             return pinFromStdin ? "the token did not take the PIN given with --pin-stdin "
-                                  "(wrong, too short, or the PIN is locked)"
+                                  "(wrong or too short)"
                                 : "the PIN dialog was cancelled";
         case SCARD_W_CHV_BLOCKED:
             return "the PIN is locked";
@@ -43,10 +44,42 @@ std::string KeyOperationMeaning(SECURITY_STATUS status, const std::string& opera
         case NTE_PERM:
             return "the key does not allow " + operation;
         default:
-            return operation + " failed; the provider's log has the details";
+            return operation + " failed in the provider; " + ProviderLogHint();
     }
 }
 
 void ThrowStatus(SECURITY_STATUS status, const std::string& meaning) {
     throw ClientError(ExitCodeForStatus(status), StatusMessage(status, meaning));
+}
+
+std::string ProviderLogHint() {
+#ifdef _WIN32
+    return "the provider's log (KSPLOG, KSPDIR in the registry) has the details";
+#else
+    return "QUELMKSP_DEBUG_OUTPUT=1 shows the provider's log on stderr";
+#endif
+}
+
+std::string FolderOf(const std::string& path) {
+    const size_t separator = path.find_last_of("/\\");
+    return separator == std::string::npos ? std::string() : path.substr(0, separator + 1);
+}
+
+void ThrowLoginFailure(SECURITY_STATUS status, const std::string& operation, bool pinFromStdin,
+                       const std::string& providerLibrary) {
+    std::string why;
+    std::unique_ptr<TokenModule> module = TokenModule::Open(FolderOf(providerLibrary), &why);
+    ReaderFacts reader;
+    const bool known = module && module->FirstToken(&reader);
+    if (known && reader.token.pinLocked)
+        throw ClientError(exit_code::kPinLocked,
+                          StatusMessage(status, "the PIN of the token '" + reader.token.label +
+                                                    "' is locked; it must be unblocked with the "
+                                                    "security officer's PIN"));
+    std::string meaning = KeyOperationMeaning(status, operation, pinFromStdin);
+    if (known && reader.token.pinFinalTry)
+        meaning += "; one try is left before the PIN locks";
+    else if (known && reader.token.pinCountLow)
+        meaning += "; the token has counted wrong PINs";
+    throw ClientError(exit_code::kLogin, StatusMessage(status, meaning));
 }

@@ -18,3 +18,15 @@ std::string KeyOperationMeaning(SECURITY_STATUS status, const std::string& opera
                                 bool pinFromStdin);
 
 [[noreturn]] void ThrowStatus(SECURITY_STATUS status, const std::string& meaning);
+
+// Where the provider's own account of a failure is to be read.
+std::string ProviderLogHint();
+
+// A failed login, told by the token's flags: a locked PIN (exit code 12)
+// from a wrong one or a cancelled dialog (exit code 5). providerLibrary
+// locates the token module when it is found beside the provider.
+[[noreturn]] void ThrowLoginFailure(SECURITY_STATUS status, const std::string& operation,
+                                    bool pinFromStdin, const std::string& providerLibrary);
+
+// The folder part of a path, with its separator; empty for a bare name.
+std::string FolderOf(const std::string& path);

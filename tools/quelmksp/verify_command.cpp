@@ -9,6 +9,7 @@
 #include "data_io.h"
 #include "exit_codes.h"
 #include "hash_option.h"
+#include "key_access.h"
 #include "key_command.h"
 #include "status_messages.h"
 
@@ -58,10 +59,18 @@ int RunVerify(const Invocation& invocation) {
     RequireFileDataWithPinStdin(parsed, signaturePath == "-" || dataPath == "-");
     UseBinaryStdio();
     SecretBytes signature = ReadSignature(parsed);
-    SecretBytes data = ReadData(dataPath);
-    std::vector<uint8_t> hash = Hash(algorithm, data.data(), data.size());
+    std::vector<uint8_t> hash = HashFile(algorithm, dataPath);
 
     KeyCommand command(invocation, parsed);
+    // Only a block of the key's length can be its signature; the provider
+    // refuses others as bad parameters, which would read as its fault.
+    const RsaPublicKey publicKey = PublicKeyOf(command.keyRef());
+    if (signature.size() != publicKey.modulus.size())
+        throw ClientError(
+            exit_code::kSignatureMismatch,
+            "the signature does not match: it is " + std::to_string(signature.size()) +
+                " bytes, and a signature by this " + std::to_string(publicKey.Bits()) +
+                "-bit key is " + std::to_string(publicKey.modulus.size()));
     Pkcs1PaddingInfo padding{CngAlgorithmId(algorithm)};
     SECURITY_STATUS status = command.table().VerifySignature(
         command.provider(), command.key(), &padding, hash.data(), static_cast<DWORD>(hash.size()),

@@ -44,4 +44,53 @@ unsigned long StartDetachedThread(std::function<void()> work) {
     return 0;
 }
 
+struct Thread::Impl {
+    HANDLE handle = nullptr;
+};
+
+namespace {
+
+DWORD WINAPI RunCountedWork(LPVOID parameter) {
+    std::unique_ptr<std::function<uint32_t()>> work(
+        static_cast<std::function<uint32_t()>*>(parameter));
+    return (*work)();
+}
+
+}  // namespace
+
+Thread::Thread(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
+
+Thread::~Thread() {
+    CloseHandle(impl_->handle);
+}
+
+std::unique_ptr<Thread> Thread::Start(std::function<uint32_t()> work, uint32_t* error) {
+    auto owned = std::make_unique<std::function<uint32_t()>>(std::move(work));
+    HANDLE handle = CreateThread(nullptr, 0, &RunCountedWork, owned.get(), 0, nullptr);
+    if (!handle) {
+        if (error) *error = GetLastError();
+        return nullptr;
+    }
+    owned.release();
+    auto impl = std::make_unique<Impl>();
+    impl->handle = handle;
+    return std::unique_ptr<Thread>(new Thread(std::move(impl)));
+}
+
+bool Thread::Wait(uint32_t milliseconds, uint32_t* exitCode) {
+    if (WaitForSingleObject(impl_->handle, milliseconds) != WAIT_OBJECT_0) return false;
+    DWORD code = 0;
+    GetExitCodeThread(impl_->handle, &code);
+    if (exitCode) *exitCode = code;
+    return true;
+}
+
+void PinOwnModule() {
+    HMODULE self = nullptr;
+    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN,
+                       reinterpret_cast<LPCWSTR>(&PinOwnModule), &self);
+}
+
+void StopBeforeExit(std::function<void()>) {}
+
 }  // namespace platform
