@@ -57,8 +57,10 @@ cmp -s "$installed_client" "$payload/quelmksp.exe" || fail "the client is not in
 
 export QUELMKSP_PKCS11_MODULE="$(winpath "$work/quelmpkcs11.dll")"
 run 0 "$client" info
-expect_out 'provider library : C:\windows\system32\quelmksp.dll'
-expect_out "open provider    : ERROR_SUCCESS"
+tr -d '\r' < "$work/out" > "$work/info"
+grep -Eq '^ +library +C:\\windows\\system32\\quelmksp\.dll$' "$work/info" ||
+    fail "info does not show the provider from the system folder"
+grep -Eq '^ +label +msi test$' "$work/info" || fail "info does not show the token"
 run 0 "$client" keys
 expect_out $'\\x01  01'
 
