@@ -12,6 +12,7 @@ packages=(
     wine64 wine64-tools libwine-dev xvfb xauth
     pcscd libpcsclite-dev pcsc-tools
     vsmartcard-vpcd vsmartcard-vpicc python3-virtualsmartcard python3-pycryptodome
+    libbenchmark-dev
     wixl msitools
 )
 

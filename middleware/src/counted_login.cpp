@@ -57,6 +57,17 @@ CK_RV count_pin_try(Module& module, CK_SESSION_HANDLE session, LoginEntry entry,
     }
 }
 
+// A user login on a session that is already logged in as the user gets the backend's answer
+// for it without a PIN try: nothing can be counted, so the counter file is not needed.
+bool user_logged_in_already(CK_FUNCTION_LIST& backend, CK_SESSION_HANDLE session, CK_USER_TYPE user,
+                            CK_UTF8CHAR_PTR pin) {
+    if (user != CKU_USER || !pin) return false;
+    CK_SESSION_INFO session_info{};
+    return backend.C_GetSessionInfo(session, &session_info) == CKR_OK &&
+           (session_info.state == CKS_RO_USER_FUNCTIONS ||
+            session_info.state == CKS_RW_USER_FUNCTIONS);
+}
+
 }  // namespace
 
 CK_RV counted_login(Module& module, CK_SESSION_HANDLE session, CK_USER_TYPE user,
@@ -65,6 +76,7 @@ CK_RV counted_login(Module& module, CK_SESSION_HANDLE session, CK_USER_TYPE user
     if (user != CKU_USER && user != CKU_CONTEXT_SPECIFIC) {
         return backend.C_Login(session, user, pin, pin_len);
     }
+    if (user_logged_in_already(backend, session, user, pin)) return CKR_USER_ALREADY_LOGGED_IN;
     return count_pin_try(module, session, entry,
                          [&] { return backend.C_Login(session, user, pin, pin_len); });
 }
@@ -80,6 +92,7 @@ CK_RV extended_login(Module& module, CK_SESSION_HANDLE session, CK_USER_TYPE use
     CK_FUNCTION_LIST& backend = module.backend;
     if (user != CKU_USER && user != CKU_CONTEXT_SPECIFIC)
         return backend.C_Login(session, user, pin, pin_len);
+    if (user_logged_in_already(backend, session, user, pin)) return CKR_USER_ALREADY_LOGGED_IN;
     return count_pin_try(
         module, session, LoginEntry::kExtended,
         [&] { return backend.C_Login(session, user, pin, pin_len); }, tries_left);
@@ -103,7 +116,7 @@ void apply_counter_flags(const Module& module, CK_TOKEN_INFO& info) {
     if (!(info.flags & CKF_TOKEN_INITIALIZED)) return;
     unsigned failures = 0;
     try {
-        const auto counters = module.counters.read();
+        const auto counters = module.counters.read_current();
         const auto found = counters.find(token_key(info));
         if (found != counters.end()) failures = found->second;
     } catch (const StateError& error) {

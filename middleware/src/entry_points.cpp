@@ -1,6 +1,8 @@
 // The C boundary of the module: every entry of the function list, and the one exported symbol.
 
 #include <cstring>
+#include <optional>
+#include <utility>
 
 #include "quelmpkcs11/extended_function_list.h"
 
@@ -8,6 +10,7 @@
 #include "counted_login.h"
 #include "private_key_access.h"
 #include "runtime.h"
+#include "secret_buffer.h"
 #include "slot_view.h"
 #include "template_rules.h"
 #include "token_identity.h"
@@ -36,8 +39,55 @@ template <class Call>
 CK_RV starting_operation(CK_SESSION_HANDLE session, Call&& call) {
     return with_session(session, [&](Module& module, SessionState& state) {
         state.kept.discard();
+        state.pkcs1_signing.reset();
         return call(module.backend);
     });
+}
+
+// A call that may change the session's signing operation in the backend.
+template <class Call>
+CK_RV touching_signature(CK_SESSION_HANDLE session, Call&& call) {
+    return with_session(session, [&](Module& module, SessionState& state) {
+        state.pkcs1_signing.reset();
+        return call(module.backend);
+    });
+}
+
+// The length of a CKM_RSA_PKCS signature is the modulus length, so a length query needs no
+// signature: the backend's operation is ended without one (PKCS#1 v1.5 signing is single-part,
+// so C_SignUpdate fails, and a failed C_SignUpdate ends the operation), and only the length is
+// kept. A later call with a buffer starts the operation again. Nothing when the length cannot be
+// told this way; the caller then signs to find it.
+std::optional<CK_RV> answer_signature_length(CK_FUNCTION_LIST& backend, CK_SESSION_HANDLE session,
+                                             CK_OBJECT_HANDLE key, CK_BYTE_PTR data,
+                                             CK_ULONG data_len, KeptOutput& kept,
+                                             CK_ULONG_PTR signature_len) {
+    constexpr CK_ULONG kPkcs1Overhead = 11;
+    CK_ATTRIBUTE modulus{CKA_MODULUS, nullptr, 0};
+    if (backend.C_GetAttributeValue(session, key, &modulus, 1) != CKR_OK) return std::nullopt;
+    const CK_ULONG length = modulus.ulValueLen;
+    if (length == CK_UNAVAILABLE_INFORMATION || length <= kPkcs1Overhead) return std::nullopt;
+    if ((!data && data_len) || data_len > length - kPkcs1Overhead) return std::nullopt;
+
+    CK_BYTE part = 0;
+    if (backend.C_SignUpdate(session, &part, 1) == CKR_OK) {
+        // A backend that takes the mechanism in parts: end it the long way.
+        SecretBuffer ignored(length);
+        CK_ULONG ignored_len = length;
+        if (backend.C_SignFinal(session, ignored.data(), &ignored_len) == CKR_BUFFER_TOO_SMALL) {
+            SecretBuffer larger(ignored_len);
+            backend.C_SignFinal(session, larger.data(), &ignored_len);
+        }
+    }
+    kept.keep_length(OutputOperation::kSign, data, data_len, length, [&backend, session, key] {
+        if (const CK_RV rv = require_login_for_private_key(backend, session, key); rv != CKR_OK) {
+            return rv;
+        }
+        CK_MECHANISM mechanism{CKM_RSA_PKCS, nullptr, 0};
+        return backend.C_SignInit(session, &mechanism, key);
+    });
+    *signature_len = length;
+    return CKR_OK;
 }
 
 CK_RV use_private_key(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE key,
@@ -166,9 +216,9 @@ CK_RV GetOperationState(CK_SESSION_HANDLE session, CK_BYTE_PTR state, CK_ULONG_P
 
 CK_RV SetOperationState(CK_SESSION_HANDLE session, CK_BYTE_PTR state, CK_ULONG state_len,
                         CK_OBJECT_HANDLE encryption_key, CK_OBJECT_HANDLE authentication_key) {
-    return with_module([&](Module& module) {
-        return module.backend.C_SetOperationState(session, state, state_len, encryption_key,
-                                                  authentication_key);
+    return touching_signature(session, [&](CK_FUNCTION_LIST& backend) {
+        return backend.C_SetOperationState(session, state, state_len, encryption_key,
+                                           authentication_key);
     });
 }
 
@@ -370,12 +420,31 @@ CK_RV DigestFinal(CK_SESSION_HANDLE session, CK_BYTE_PTR digest, CK_ULONG_PTR di
 }
 
 CK_RV SignInit(CK_SESSION_HANDLE session, CK_MECHANISM_PTR mechanism, CK_OBJECT_HANDLE key) {
-    return use_private_key(session, key, &CK_FUNCTION_LIST::C_SignInit, mechanism);
+    return with_session(session, [&](Module& module, SessionState& state) {
+        state.kept.discard();
+        state.pkcs1_signing.reset();
+        CK_FUNCTION_LIST& backend = module.backend;
+        if (const CK_RV rv = require_login_for_private_key(backend, session, key); rv != CKR_OK) {
+            return rv;
+        }
+        const CK_RV rv = backend.C_SignInit(session, mechanism, key);
+        if (rv == CKR_OK && mechanism && mechanism->mechanism == CKM_RSA_PKCS) {
+            state.pkcs1_signing = key;
+        }
+        return rv;
+    });
 }
 
 CK_RV Sign(CK_SESSION_HANDLE session, CK_BYTE_PTR data, CK_ULONG data_len, CK_BYTE_PTR signature,
            CK_ULONG_PTR signature_len) {
     return with_session(session, [&](Module& module, SessionState& state) {
+        const std::optional<CK_OBJECT_HANDLE> key = std::exchange(state.pkcs1_signing, {});
+        if (key && !signature && signature_len && !state.kept.holding()) {
+            if (const auto rv = answer_signature_length(module.backend, session, *key, data,
+                                                        data_len, state.kept, signature_len)) {
+                return *rv;
+            }
+        }
         return state.kept.deliver(OutputOperation::kSign, data, data_len, signature, signature_len,
                                   [&](CK_BYTE_PTR buffer, CK_ULONG_PTR length) {
                                       return module.backend.C_Sign(session, data, data_len, buffer,
@@ -385,12 +454,14 @@ CK_RV Sign(CK_SESSION_HANDLE session, CK_BYTE_PTR data, CK_ULONG data_len, CK_BY
 }
 
 CK_RV SignUpdate(CK_SESSION_HANDLE session, CK_BYTE_PTR part, CK_ULONG part_len) {
-    return with_module(
-        [&](Module& module) { return module.backend.C_SignUpdate(session, part, part_len); });
+    return touching_signature(session, [&](CK_FUNCTION_LIST& backend) {
+        return backend.C_SignUpdate(session, part, part_len);
+    });
 }
 
 CK_RV SignFinal(CK_SESSION_HANDLE session, CK_BYTE_PTR signature, CK_ULONG_PTR signature_len) {
     return with_session(session, [&](Module& module, SessionState& state) {
+        state.pkcs1_signing.reset();
         return state.kept.deliver(OutputOperation::kSignFinal, nullptr, 0, signature, signature_len,
                                   [&](CK_BYTE_PTR buffer, CK_ULONG_PTR length) {
                                       return module.backend.C_SignFinal(session, buffer, length);
@@ -404,8 +475,8 @@ CK_RV SignRecoverInit(CK_SESSION_HANDLE session, CK_MECHANISM_PTR mechanism, CK_
 
 CK_RV SignRecover(CK_SESSION_HANDLE session, CK_BYTE_PTR data, CK_ULONG data_len,
                   CK_BYTE_PTR signature, CK_ULONG_PTR signature_len) {
-    return with_module([&](Module& module) {
-        return module.backend.C_SignRecover(session, data, data_len, signature, signature_len);
+    return touching_signature(session, [&](CK_FUNCTION_LIST& backend) {
+        return backend.C_SignRecover(session, data, data_len, signature, signature_len);
     });
 }
 
@@ -463,8 +534,8 @@ CK_RV DecryptDigestUpdate(CK_SESSION_HANDLE session, CK_BYTE_PTR part, CK_ULONG 
 
 CK_RV SignEncryptUpdate(CK_SESSION_HANDLE session, CK_BYTE_PTR part, CK_ULONG part_len,
                         CK_BYTE_PTR out, CK_ULONG_PTR out_len) {
-    return with_module([&](Module& module) {
-        return module.backend.C_SignEncryptUpdate(session, part, part_len, out, out_len);
+    return touching_signature(session, [&](CK_FUNCTION_LIST& backend) {
+        return backend.C_SignEncryptUpdate(session, part, part_len, out, out_len);
     });
 }
 

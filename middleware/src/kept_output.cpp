@@ -8,6 +8,17 @@ void KeptOutput::discard() {
     operation_.reset();
     input_.wipe();
     result_.wipe();
+    length_only_ = 0;
+    restart_ = nullptr;
+}
+
+void KeptOutput::keep_length(OutputOperation operation, const CK_BYTE* input, CK_ULONG input_len,
+                             CK_ULONG length, Restart restart) {
+    discard();
+    input_ = SecretBuffer(input, input ? input_len : 0);
+    operation_ = operation;
+    length_only_ = length;
+    restart_ = std::move(restart);
 }
 
 CK_RV KeptOutput::deliver(OutputOperation operation, const CK_BYTE* input, CK_ULONG input_len,
@@ -16,7 +27,16 @@ CK_RV KeptOutput::deliver(OutputOperation operation, const CK_BYTE* input, CK_UL
         // The result only answers a repeat of the call that produced it.
         if (*operation_ == operation && out_len && (input || input_len == 0) &&
             input_.equals(input, input_len)) {
-            return hand_out(out, out_len);
+            if (!length_only_) return hand_out(out, out_len);
+            if (!out || *out_len < length_only_) {
+                const CK_RV rv = out ? CKR_BUFFER_TOO_SMALL : CKR_OK;
+                *out_len = length_only_;
+                return rv;
+            }
+            const Restart restart = std::move(restart_);
+            discard();
+            if (const CK_RV rv = restart(); rv != CKR_OK) return rv;
+            return deliver(operation, input, input_len, out, out_len, backend);
         }
         discard();
     }

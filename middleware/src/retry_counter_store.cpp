@@ -4,6 +4,9 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 
+#include <time.h>
+
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -53,8 +56,12 @@ void RetryCounterStore::Transaction::commit() {
     dirty_ = false;
 }
 
-RetryCounterStore::RetryCounterStore(std::filesystem::path dir)
-    : dir_(std::move(dir)), file_(dir_ / "pin-counters"), lock_file_(dir_ / "pin-counters.lock") {}
+RetryCounterStore::RetryCounterStore(std::filesystem::path dir,
+                                     std::chrono::nanoseconds settling_time)
+    : dir_(std::move(dir)),
+      file_(dir_ / "pin-counters"),
+      lock_file_(dir_ / "pin-counters.lock"),
+      settling_time_(settling_time) {}
 
 RetryCounterStore::Transaction RetryCounterStore::begin() const {
     UniqueFd held = lock(LOCK_EX);
@@ -64,6 +71,52 @@ RetryCounterStore::Transaction RetryCounterStore::begin() const {
 RetryCounterStore::Counters RetryCounterStore::read() const {
     UniqueFd held = lock(LOCK_SH);
     return load();
+}
+
+std::optional<RetryCounterStore::FileIdentity> RetryCounterStore::identity() const {
+    struct stat status {};
+    if (::stat(file_.c_str(), &status) != 0) {
+        if (errno != ENOENT) return std::nullopt;
+        // No counts yet; the directory must still be usable, as the locked read would demand.
+        if (::stat(dir_.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) return std::nullopt;
+        return FileIdentity{};
+    }
+    auto nanoseconds = [](const timespec& time) {
+        return static_cast<std::int64_t>(time.tv_sec) * 1000000000 + time.tv_nsec;
+    };
+    FileIdentity found{true,
+                       static_cast<std::uint64_t>(status.st_dev),
+                       static_cast<std::uint64_t>(status.st_ino),
+                       static_cast<std::uint64_t>(status.st_size),
+                       nanoseconds(status.st_mtim),
+                       nanoseconds(status.st_ctim)};
+    timespec now{};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    // Two changes within one tick of the file clock may leave the same times behind.
+    if (nanoseconds(now) - std::max(found.modified, found.changed) < settling_time_.count()) {
+        return std::nullopt;
+    }
+    return found;
+}
+
+RetryCounterStore::Counters RetryCounterStore::read_current() const {
+    const std::optional<FileIdentity> now = identity();
+    if (now) {
+        std::lock_guard guard(cache_lock_);
+        if (cached_identity_ == now) return cached_;
+    }
+    Counters counters = read();
+    // The identity is taken before the read: a change in between makes the next call read again.
+    std::lock_guard guard(cache_lock_);
+    ++file_reads_;
+    cached_identity_ = now;
+    cached_ = counters;
+    return counters;
+}
+
+unsigned long long RetryCounterStore::file_reads() const {
+    std::lock_guard guard(cache_lock_);
+    return file_reads_;
 }
 
 UniqueFd RetryCounterStore::lock(int operation) const {

@@ -1,7 +1,11 @@
 #pragma once
 
+#include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <map>
+#include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -41,7 +45,10 @@ public:
         bool dirty_ = false;
     };
 
-    explicit RetryCounterStore(std::filesystem::path dir);
+    static constexpr std::chrono::nanoseconds kSettlingTime = std::chrono::seconds(1);
+
+    explicit RetryCounterStore(std::filesystem::path dir,
+                               std::chrono::nanoseconds settling_time = kSettlingTime);
 
     const std::filesystem::path& file() const { return file_; }
 
@@ -49,7 +56,24 @@ public:
     Transaction begin() const;
     Counters read() const;
 
+    // As read(), but from memory while the file is the one read last. Every change replaces the
+    // file by a rename, and a file that changed less than the settling time ago is always read
+    // again, so a change by any process is seen at the next call.
+    Counters read_current() const;
+
+    // How many times read_current() had to read the file; for tests.
+    unsigned long long file_reads() const;
+
 private:
+    struct FileIdentity {
+        bool exists = false;
+        std::uint64_t device = 0, inode = 0, size = 0;
+        std::int64_t modified = 0, changed = 0;
+        bool operator==(const FileIdentity&) const = default;
+    };
+    // Nothing when the file's state cannot be told without the lock.
+    std::optional<FileIdentity> identity() const;
+
     UniqueFd lock(int operation) const;
     Counters load() const;
     void save(const Counters& counters) const;
@@ -57,6 +81,12 @@ private:
     std::filesystem::path dir_;
     std::filesystem::path file_;
     std::filesystem::path lock_file_;
+    std::chrono::nanoseconds settling_time_;
+
+    mutable std::mutex cache_lock_;
+    mutable std::optional<FileIdentity> cached_identity_;
+    mutable Counters cached_;
+    mutable unsigned long long file_reads_ = 0;
 };
 
 }  // namespace quelm

@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <unordered_map>
 
 #include <p11-kit/pkcs11.h>
@@ -20,6 +21,8 @@ struct SessionState {
     const CK_SLOT_ID slot;
     ObjectSearch search;
     KeptOutput kept;
+    // The key of a CKM_RSA_PKCS signature that C_SignInit started and no call has touched since.
+    std::optional<CK_OBJECT_HANDLE> pkcs1_signing;
 };
 
 class SessionTable {

@@ -55,6 +55,10 @@ void DebugClass::Append(std::string_view text) {
     platform::AppendToTextFile(path_, text);
 }
 
+bool DebugClass::Wanted() const {
+    return enabled_ || platform::DebugOutputEnabled();
+}
+
 void DebugClass::WriteLine(std::string_view text) {
     try {
         platform::DebugOutput(text);
@@ -67,6 +71,7 @@ void DebugClass::WriteLine(std::string_view text) {
 }
 
 void DebugClass::WriteText(std::string_view label, std::string_view text) {
+    if (!Wanted()) return;
     try {
         WriteLine(std::string(label) + std::string(text));
     } catch (...) {
@@ -80,6 +85,7 @@ std::string HexValue(uint32_t value) {
 }
 
 void DebugClass::WriteHex(std::string_view label, uint32_t value) {
+    if (!Wanted()) return;
     WriteText(label, HexValue(value));
 }
 
@@ -88,10 +94,11 @@ void DebugClass::WriteHexToOpLog(std::string_view label, uint32_t value) {
 }
 
 void DebugClass::WriteInt(std::string_view label, int32_t value) {
-    if (g_pTokenLog) g_pTokenLog->WriteText(label, std::to_string(value));
+    if (g_pTokenLog && g_pTokenLog->Wanted()) g_pTokenLog->WriteText(label, std::to_string(value));
 }
 
 void DebugClass::WriteWide(std::string_view label, const platform::WideChar* text) {
+    if (!Wanted()) return;
     try {
         WriteText(label, text ? platform::ToAnsi(text, kMaxWideBytes) : std::string("NULL"));
     } catch (...) {
@@ -99,6 +106,7 @@ void DebugClass::WriteWide(std::string_view label, const platform::WideChar* tex
 }
 
 void DebugClass::WriteBytes(std::string_view label, const void* bytes, uint32_t length) {
+    if (!Wanted()) return;
     try {
         if (!bytes || length == 0) return WriteText(label, "NULL");
         const auto* data = static_cast<const unsigned char*>(bytes);

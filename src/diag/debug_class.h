@@ -31,6 +31,8 @@ public:
     void WriteBytes(std::string_view label, const void* bytes, uint32_t length);
 
     bool enabled() const { return enabled_; }
+    // Whether a line written now reaches the file or the debugger output.
+    bool Wanted() const;
 
     static constexpr platform::WideView kLogSwitchOff = WIDE("00000000");
     static constexpr size_t kMaxDumpBytes = 500;

@@ -15,6 +15,7 @@ TraceFrame::TraceFrame(DebugClass& log, std::string_view function,
                        std::initializer_list<TraceArg> args, int32_t unwoundStatus,
                        std::string_view entrySuffix)
     : log_(log), exitLabel_(std::string(function) + " - Exit: "), status_(unwoundStatus) {
+    if (!log_.Wanted()) return;
     log_.WriteLine(kRule);
     log_.WriteLine(std::string(function) + std::string(entrySuffix));
     size_t width = 0;
@@ -27,7 +28,7 @@ TraceFrame::TraceFrame(DebugClass& log, std::string_view function,
 }
 
 TraceFrame::~TraceFrame() {
-    if (!writeExit_) return;
+    if (!writeExit_ || !log_.Wanted()) return;
     try {
         if (exitShowsStatus_)
             log_.WriteHex(exitLabel_, static_cast<uint32_t>(status_));
@@ -39,6 +40,6 @@ TraceFrame::~TraceFrame() {
 }
 
 int32_t TraceFrame::Fail(int32_t status, std::string_view explanation) {
-    log_.WriteText(std::string(StatusName(status)) + ": ", explanation);
+    if (log_.Wanted()) log_.WriteText(std::string(StatusName(status)) + ": ", explanation);
     return Exit(status);
 }

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <string_view>
 
 #include "diag/debug_class.h"
@@ -78,13 +79,8 @@ private:
 
     void PrepareDialog(const CK_TOKEN_INFO& info) {
         // Without a dialog only a cached PIN can log in.
-        try {
-            std::unique_ptr<DialogToolkit> toolkit = MakeDialogToolkit();
-            if (!toolkit) return;
-            dialog_ = std::make_unique<CLogin>(std::move(toolkit), provider_.hWnd);
-        } catch (const std::exception&) {
-            return;
-        }
+        dialog_.reset(new (std::nothrow) CLogin(provider_.hWnd));
+        if (!dialog_) return;
         g_dialogLog.WriteLine("Setting cryptoki context");
         dialog_->pCryptoki = g_pCryptoki;
         g_dialogLog.WriteLine("Setting cryptoki session handle");
@@ -109,7 +105,7 @@ private:
         uint32_t code = static_cast<uint32_t>(result);
         if (result == kDialogNotCreated) {
             g_pTokenLog->WriteLine("DoModal failed to create Dialog");
-            code = dialog_ ? dialog_->toolkit().LastError() : platform::GetLastError();
+            code = dialog_ ? dialog_->LastError() : platform::GetLastError();
         }
         g_pTokenLog->WriteHex("Login dialog exited with code: ", code);
         return NTE_NOT_FOUND;

@@ -8,6 +8,7 @@
 #include "diag/debug_class.h"
 #include "pin/pin_manager.h"
 #include "pin/secure_cells.h"
+#include "platform/last_error.h"
 #include "platform/text.h"
 #include "token/cryptoki_library.h"
 
@@ -32,6 +33,8 @@ SECURITY_STATUS CheckPin(const uint8_t* pin, uint32_t length) {
 CLogin::CLogin(std::unique_ptr<DialogToolkit> toolkit, uint64_t parentWindow)
     : toolkit_(std::move(toolkit)), parentWindow_(parentWindow) {}
 
+CLogin::CLogin(uint64_t parentWindow) : parentWindow_(parentWindow) {}
+
 CLogin::~CLogin() = default;
 
 void CLogin::SetSlotSerialNumber(const uint8_t* serial) {
@@ -48,7 +51,19 @@ void CLogin::SetTokenLabel(const platform::WideChar* label) {
 }
 
 intptr_t CLogin::DoModal() {
+    if (!toolkit_) {
+        try {
+            toolkit_ = MakeDialogToolkit();
+        } catch (const std::exception&) {
+            return kDialogNotCreated;
+        }
+        if (!toolkit_) return kDialogNotCreated;
+    }
     return toolkit_->RunModal(*this, parentWindow_);
+}
+
+uint32_t CLogin::LastError() const {
+    return toolkit_ ? toolkit_->LastError() : platform::GetLastError();
 }
 
 void CLogin::OnInitDialog() {

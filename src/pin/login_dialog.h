@@ -19,6 +19,9 @@ public:
     static constexpr size_t kSerialBytes = 16;
 
     CLogin(std::unique_ptr<DialogToolkit> toolkit, uint64_t parentWindow);
+    // The toolkit is made only when the dialog is shown: a login with a
+    // cached PIN never needs it.
+    explicit CLogin(uint64_t parentWindow);
     ~CLogin() override;
 
     void SetSlotSerialNumber(const uint8_t* serial);
@@ -37,7 +40,8 @@ public:
     SECURITY_STATUS Login(const uint8_t* pin, uint32_t length);
     SECURITY_STATUS CachePIN(const uint8_t* pin, uint32_t length);
 
-    DialogToolkit& toolkit() { return *toolkit_; }
+    // The platform's last error after DoModal failed to show the dialog.
+    uint32_t LastError() const;
 
     CryptokiLibrary* pCryptoki = nullptr;
     CK_SESSION_HANDLE hSession = 0;

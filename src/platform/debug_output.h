@@ -8,6 +8,10 @@
 
 namespace platform {
 
+// Whether the debugger output takes anything at all; a line that goes
+// nowhere else need not be formatted.
+bool DebugOutputEnabled();
+
 void DebugOutput(std::string_view text);
 void DebugOutput(WideView text);
 

@@ -22,6 +22,8 @@ struct QUELMKSP_PROVIDER {
     CK_SESSION_HANDLE hSession;
     std::unique_ptr<QUELMKSP_KEY[]> pObjectList;
     uint32_t cObjectList;
+    // Entries pObjectList has room for; the list grows by doubling.
+    uint32_t cObjectListCapacity;
     platform::SecureBuffer<platform::WideChar> pbPin;
     uint32_t cchPin;
     std::unique_ptr<platform::WideChar[]> pszReaderName;

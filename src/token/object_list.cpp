@@ -4,6 +4,8 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "diag/debug_class.h"
@@ -17,6 +19,7 @@ namespace {
 constexpr CK_ULONG kAttributeBufferBytes = 200;
 constexpr CK_ULONG kCountingPassLimit = 1000;
 constexpr size_t kNameScanLimit = 1025;
+constexpr uint32_t kFirstListCapacity = 8;
 
 // The words of the traces that differ between the public and the private
 // pass.
@@ -165,23 +168,40 @@ private:
         record->dwBitLength = static_cast<uint32_t>(bits);
         record->fFinished = 1;
         AppendKeyToList(provider_, record);
+        IndexEntry(provider_.cObjectList - 1);
         return ERROR_SUCCESS;
     }
 
     // The first entry whose identifier is a leading part of (or equal to)
-    // this one.
+    // this one. The identifier is read over each entry's length from the
+    // zero-padded buffer, so an entry longer than the object's own CKA_ID
+    // can match through trailing zeros.
     QUELMKSP_KEY* PairedEntry(const uint8_t* id) const {
-        for (uint32_t i = 0; i < provider_.cObjectList; ++i) {
-            QUELMKSP_KEY& entry = provider_.pObjectList[i];
-            if (std::memcmp(entry.rgbKeyId, id, entry.cbKeyId) == 0) return &entry;
+        uint32_t first = provider_.cObjectList;
+        for (uint32_t length : idLengths_) {
+            auto found =
+                firstEntryWithId_.find(std::string(reinterpret_cast<const char*>(id), length));
+            if (found != firstEntryWithId_.end()) first = std::min(first, found->second);
         }
-        return nullptr;
+        return first < provider_.cObjectList ? &provider_.pObjectList[first] : nullptr;
+    }
+
+    // Entries are only ever appended during a build, so the first entry
+    // recorded for an identifier is the first in list order.
+    void IndexEntry(uint32_t index) {
+        const QUELMKSP_KEY& entry = provider_.pObjectList[index];
+        firstEntryWithId_.emplace(
+            std::string(reinterpret_cast<const char*>(entry.rgbKeyId), entry.cbKeyId), index);
+        auto at = std::lower_bound(idLengths_.begin(), idLengths_.end(), entry.cbKeyId);
+        if (at == idLengths_.end() || *at != entry.cbKeyId) idLengths_.insert(at, entry.cbKeyId);
     }
 
     QUELMKSP_PROVIDER& provider_;
     CK_FUNCTION_LIST& token_;
     std::vector<CK_OBJECT_HANDLE> publicKeys_;
     std::vector<CK_OBJECT_HANDLE> privateKeys_;
+    std::unordered_map<std::string, uint32_t> firstEntryWithId_;
+    std::vector<uint32_t> idLengths_;
 };
 
 // Fills destination with a copy of the entry that shares nothing with it.
@@ -272,15 +292,21 @@ SECURITY_STATUS FindQULMKSPKeyfromObjectList(QUELMKSP_PROVIDER& provider,
 
 void AppendKeyToList(QUELMKSP_PROVIDER& provider, QUELMKSP_KEY* record) {
     std::unique_ptr<QUELMKSP_KEY> appended(record);
-    auto grown = std::make_unique<QUELMKSP_KEY[]>(provider.cObjectList + 1);
-    for (uint32_t i = 0; i < provider.cObjectList; ++i)
-        grown[i] = std::move(provider.pObjectList[i]);
-    grown[provider.cObjectList] = std::move(*appended);
-    provider.pObjectList = std::move(grown);
+    if (!provider.pObjectList) provider.cObjectListCapacity = 0;
+    if (provider.cObjectList == provider.cObjectListCapacity) {
+        uint32_t capacity = std::max<uint32_t>(kFirstListCapacity, provider.cObjectList * 2);
+        auto grown = std::make_unique<QUELMKSP_KEY[]>(capacity);
+        for (uint32_t i = 0; i < provider.cObjectList; ++i)
+            grown[i] = std::move(provider.pObjectList[i]);
+        provider.pObjectList = std::move(grown);
+        provider.cObjectListCapacity = capacity;
+    }
+    provider.pObjectList[provider.cObjectList] = std::move(*appended);
     ++provider.cObjectList;
 }
 
 void DiscardObjectList(QUELMKSP_PROVIDER& provider) {
     provider.pObjectList.reset();
     provider.cObjectList = 0;
+    provider.cObjectListCapacity = 0;
 }

@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -46,15 +47,18 @@ int CountPinCopies(uint64_t seed) {
     char first = PinSequence(seed).Next();
     int found = 0;
     std::string line;
-    std::vector<unsigned char> chunk(1 << 20);
-    while (std::getline(maps, line)) {
-        unsigned long start = 0, end = 0;
-        char perms[5] = {};
-        if (std::sscanf(line.c_str(), "%lx-%lx %4s", &start, &end, perms) != 3) continue;
-        if (perms[0] != 'r' || line.find("[vvar]") != std::string::npos) continue;
-        for (unsigned long at = start; at < end; at += chunk.size() - kPinLength) {
-            size_t want = std::min<unsigned long>(chunk.size(), end - at);
-            ssize_t got = pread(mem, chunk.data(), want, static_cast<off_t>(at));
+    // Pages of its own, left out of the search: read into itself, the
+    // buffer would repeat whatever it held before.
+    const size_t chunkSize = 1 << 20;
+    void* mapped =
+        mmap(nullptr, chunkSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (mapped == MAP_FAILED) return -1;
+    auto* chunk = static_cast<unsigned char*>(mapped);
+    const auto chunkStart = reinterpret_cast<unsigned long>(chunk);
+    auto search = [&](unsigned long start, unsigned long end) {
+        for (unsigned long at = start; at < end; at += chunkSize - kPinLength) {
+            size_t want = std::min<unsigned long>(chunkSize, end - at);
+            ssize_t got = pread(mem, chunk, want, static_cast<off_t>(at));
             if (got <= 0) break;
             for (ssize_t i = 0; i + static_cast<ssize_t>(kPinLength) <= got; ++i) {
                 if (chunk[i] != static_cast<unsigned char>(first)) continue;
@@ -65,7 +69,20 @@ int CountPinCopies(uint64_t seed) {
             }
             if (static_cast<size_t>(got) < want) break;
         }
+    };
+    while (std::getline(maps, line)) {
+        unsigned long start = 0, end = 0;
+        char perms[5] = {};
+        if (std::sscanf(line.c_str(), "%lx-%lx %4s", &start, &end, perms) != 3) continue;
+        if (perms[0] != 'r' || line.find("[vvar]") != std::string::npos) continue;
+        if (start <= chunkStart && chunkStart < end) {
+            search(start, chunkStart);
+            search(chunkStart + chunkSize, end);
+        } else {
+            search(start, end);
+        }
     }
+    munmap(mapped, chunkSize);
     close(mem);
     return found;
 }

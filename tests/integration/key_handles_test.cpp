@@ -242,3 +242,39 @@ TEST_F(KeyHandles, AnEmptyTokenHasNoKeysAndOverlongAttributesFailTheList) {
     EXPECT_EQ(Open(WIDE("short"), &key), NTE_INTERNAL_ERROR);
     EXPECT_NE(TokenLog().find("LoadTokenKeys error "), std::string::npos);
 }
+
+TEST_F(KeyHandles, AListThatOutgrowsItsArrayKeepsEveryEntryAndEveryPairing) {
+    TokenObjects& token = Writer();
+    Names expected;
+    for (int i = 0; i < 11; ++i) {
+        std::string id = "K" + std::to_string(10 + i);
+        // Every third private key carries a longer identifier that begins
+        // with its public key's.
+        token.Generate(BytesOf(id), BytesOf(i % 3 ? id : id + "x"));
+        expected.push_back(WideString(id.begin(), id.end()));
+    }
+    // The public key's identifier read over its own length takes the zero
+    // after the private key's shorter one.
+    token.Generate({'Z', 0}, {'Z'});
+    expected.push_back(WIDE("Z"));
+
+    Names names = EnumerateAll();
+    Names sorted = names;
+    std::sort(sorted.begin(), sorted.end());
+    std::sort(expected.begin(), expected.end());
+    EXPECT_EQ(sorted, expected);
+
+    QUELMKSP_PROVIDER& provider = Provider();
+    ASSERT_EQ(provider.cObjectList, 12u);
+    EXPECT_GE(provider.cObjectListCapacity, provider.cObjectList);
+    for (uint32_t i = 0; i < provider.cObjectList; ++i) {
+        const QUELMKSP_KEY& entry = provider.pObjectList[i];
+        EXPECT_NE(entry.hPublicKey, 0u) << i;
+        EXPECT_NE(entry.hPrivateKey, 0u) << i;
+        EXPECT_EQ(WideString(entry.KeyName()), names[i]) << "listed in the list's order";
+    }
+
+    // A second build starts from an empty list and ends with the same one.
+    EXPECT_EQ(EnumerateAll(), names);
+    EXPECT_EQ(provider.cObjectList, 12u);
+}

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
 #include <thread>
 
 #include "pin/login.h"
@@ -90,4 +92,40 @@ TEST_F(PinDialog, OnlyOneDialogOpensAtATime) {
     EXPECT_EQ(script_->runs, 2);
     EXPECT_EQ(g_pPinManager->pinCacheLock, 0u);
     TearDownOthers();
+}
+
+namespace {
+
+std::atomic<int> g_toolkitsMade{0};
+
+std::unique_ptr<DialogToolkit> CountingNoToolkit() {
+    ++g_toolkitsMade;
+    return nullptr;
+}
+
+}  // namespace
+
+TEST_F(PinDialog, TheDialogsToolkitIsMadeOnlyWhenTheDialogIsShown) {
+    script_->Type(WIDE("1234")).ClickOk();
+    ASSERT_EQ(Login(&Provider()), 0);
+    ASSERT_EQ(script_->runs, 1);
+
+    g_toolkitsMade = 0;
+    SetDialogToolkitFactory(&CountingNoToolkit);
+    ClearLog();
+    EXPECT_EQ(Login(&Provider()), 0) << "from the cache";
+    EXPECT_EQ(g_toolkitsMade, 0);
+    std::vector<std::string> lines = LogLines();
+    EXPECT_NE(std::find(lines.begin(), lines.end(), "Deleting Login Dialog"), lines.end());
+
+    // With nothing cached the dialog is needed, and without a toolkit it
+    // cannot be shown.
+    delete g_pPinManager;
+    g_pPinManager = new PinManager();
+    ClearLog();
+    EXPECT_EQ(Login(&Provider()), NTE_NOT_FOUND);
+    EXPECT_EQ(g_toolkitsMade, 1);
+    lines = LogLines();
+    EXPECT_NE(std::find(lines.begin(), lines.end(), "DoModal failed to create Dialog"),
+              lines.end());
 }

@@ -1,11 +1,14 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <filesystem>
 #include <optional>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "platform/posix/reg_file.h"
+#include "platform/posix/reg_file_cache.h"
 #include "platform/registry.h"
 #include "support/registry_file.h"
 
@@ -263,4 +266,58 @@ TEST(RegistryFile, ShippedConfigurationRegistersTheProviderWithLoggingOff) {
         reg::kSuccess);
     EXPECT_EQ(std::u16string(aliases, size / 2), std::u16string(u"Velmora KSP v4.5\0\0", 18));
     unsetenv("QUELMKSP_REGISTRY");
+}
+
+TEST(RegistryFileCache, AnEditOrReplacementIsSeenAtTheNextLookupAndNothingElseParses) {
+    TempDir dir;
+    const std::string path = dir / "cached.reg";
+    auto write = [&](const std::string& value) {
+        WriteFile(path,
+                  "Windows Registry Editor Version 5.00\n\n"
+                  "[HKEY_LOCAL_MACHINE\\Software\\Velmora Ltd.\\QUELM SDK]\n"
+                  "\"KSPLOG\"=\"" +
+                      value + "\"\n");
+    };
+    auto value = [](const regfile::Lookup& lookup) {
+        if (lookup.outcome != regfile::Outcome::kFound) return std::string("<missing>");
+        std::string text;
+        for (size_t i = 0; i + 1 < lookup.value.data.size(); i += 2)
+            if (lookup.value.data[i]) text.push_back(static_cast<char>(lookup.value.data[i]));
+        return text;
+    };
+    // No settling time: the file's identity alone must tell every change apart.
+    regfile::FileCache cache(std::chrono::nanoseconds(0));
+    auto find = [&] { return value(cache.Find(path, kSdk, u"KSPLOG")); };
+
+    write("1");
+    EXPECT_EQ(find(), "1");
+    EXPECT_EQ(find(), "1");
+    EXPECT_EQ(cache.parses(), 1u);
+    EXPECT_EQ(value(cache.Find(path, kSdk, u"KSPDIR")), "<missing>");
+    EXPECT_EQ(cache.parses(), 2u) << "each value is looked up once";
+
+    write("22");
+    EXPECT_EQ(find(), "22") << "edited in place";
+    const std::string replacement = dir / "replacement.reg";
+    WriteFile(replacement,
+              "Windows Registry Editor Version 5.00\n\n"
+              "[HKEY_LOCAL_MACHINE\\Software\\Velmora Ltd.\\QUELM SDK]\n"
+              "\"KSPLOG\"=\"33\"\n");
+    std::filesystem::rename(replacement, path);
+    EXPECT_EQ(find(), "33") << "replaced by a file of the same size";
+    std::filesystem::remove(path);
+    EXPECT_EQ(find(), "<missing>");
+    write("4");
+    EXPECT_EQ(find(), "4");
+    EXPECT_EQ(value(cache.Find(dir / "other.reg", kSdk, u"KSPLOG")), "<missing>");
+    EXPECT_EQ(find(), "4");
+
+    // A file written moments ago may change again within the same tick of
+    // the file clock, so with the usual settling time it is parsed anew.
+    regfile::FileCache settling;
+    write("5");
+    EXPECT_EQ(value(settling.Find(path, kSdk, u"KSPLOG")), "5");
+    write("6");
+    EXPECT_EQ(value(settling.Find(path, kSdk, u"KSPLOG")), "6");
+    EXPECT_EQ(settling.parses(), 2u);
 }

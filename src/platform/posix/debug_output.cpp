@@ -20,6 +20,10 @@ bool Enabled() {
 
 }  // namespace
 
+bool DebugOutputEnabled() {
+    return Enabled();
+}
+
 void DebugOutput(std::string_view text) {
     if (!Enabled()) return;
     std::string line(text);

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "platform/posix/reg_file.h"
+#include "platform/posix/reg_file_cache.h"
 #include "platform/posix/registry_rules.h"
 
 namespace platform::registry {
@@ -17,8 +18,15 @@ std::string RegistryFilePath() {
     return (path && *path) ? path : "/etc/velmora/quelmksp.reg";
 }
 
+// Every logger and every login reads the registry; the file is parsed again
+// only when it changes.
+regfile::FileCache& Cache() {
+    static regfile::FileCache* const cache = new regfile::FileCache();
+    return *cache;
+}
+
 regfile::Lookup Find(const WideChar* subKey, const WideChar* valueName) {
-    return regfile::Find(RegistryFilePath(), ViewOf(subKey), ViewOf(valueName));
+    return Cache().Find(RegistryFilePath(), ViewOf(subKey), ViewOf(valueName));
 }
 
 long StatusOf(const regfile::Lookup& lookup) {

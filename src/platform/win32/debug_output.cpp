@@ -6,6 +6,10 @@
 
 namespace platform {
 
+bool DebugOutputEnabled() {
+    return true;
+}
+
 void DebugOutput(std::string_view text) {
     OutputDebugStringA(std::string(text).c_str());
 }
