@@ -9,9 +9,9 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 repetitions=${1:-5}
-scripts/install-deps.sh
-cmake --preset linux >/dev/null
-cmake --build --preset linux --target quelmksp_bench
+scripts/install-deps.sh >&2
+cmake --preset linux >&2
+cmake --build --preset linux --target quelmksp_bench >&2
 
 out=build/linux/bench/results.json
 build/linux/bench/quelmksp_bench \

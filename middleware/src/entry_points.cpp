@@ -59,14 +59,13 @@ CK_RV touching_signature(CK_SESSION_HANDLE session, Call&& call) {
 // kept. A later call with a buffer starts the operation again. Nothing when the length cannot be
 // told this way; the caller then signs to find it.
 std::optional<CK_RV> answer_signature_length(CK_FUNCTION_LIST& backend, CK_SESSION_HANDLE session,
-                                             CK_OBJECT_HANDLE key, CK_BYTE_PTR data,
-                                             CK_ULONG data_len, KeptOutput& kept,
+                                             const SessionState::Pkcs1Signing& signing,
+                                             CK_BYTE_PTR data, CK_ULONG data_len, KeptOutput& kept,
                                              CK_ULONG_PTR signature_len) {
     constexpr CK_ULONG kPkcs1Overhead = 11;
-    CK_ATTRIBUTE modulus{CKA_MODULUS, nullptr, 0};
-    if (backend.C_GetAttributeValue(session, key, &modulus, 1) != CKR_OK) return std::nullopt;
-    const CK_ULONG length = modulus.ulValueLen;
-    if (length == CK_UNAVAILABLE_INFORMATION || length <= kPkcs1Overhead) return std::nullopt;
+    const CK_OBJECT_HANDLE key = signing.key;
+    const CK_ULONG length = signing.modulus_length;
+    if (length <= kPkcs1Overhead) return std::nullopt;
     if ((!data && data_len) || data_len > length - kPkcs1Overhead) return std::nullopt;
 
     CK_BYTE part = 0;
@@ -424,12 +423,16 @@ CK_RV SignInit(CK_SESSION_HANDLE session, CK_MECHANISM_PTR mechanism, CK_OBJECT_
         state.kept.discard();
         state.pkcs1_signing.reset();
         CK_FUNCTION_LIST& backend = module.backend;
-        if (const CK_RV rv = require_login_for_private_key(backend, session, key); rv != CKR_OK) {
+        // The class decides the login rule; the modulus length, read in the same call, answers a
+        // length query of the signature.
+        const KeyFacts facts = key_facts(backend, session, key);
+        if (const CK_RV rv = require_login_for_private_key(backend, session, facts.object_class);
+            rv != CKR_OK) {
             return rv;
         }
         const CK_RV rv = backend.C_SignInit(session, mechanism, key);
         if (rv == CKR_OK && mechanism && mechanism->mechanism == CKM_RSA_PKCS) {
-            state.pkcs1_signing = key;
+            state.pkcs1_signing = SessionState::Pkcs1Signing{key, facts.modulus_length};
         }
         return rv;
     });
@@ -438,9 +441,9 @@ CK_RV SignInit(CK_SESSION_HANDLE session, CK_MECHANISM_PTR mechanism, CK_OBJECT_
 CK_RV Sign(CK_SESSION_HANDLE session, CK_BYTE_PTR data, CK_ULONG data_len, CK_BYTE_PTR signature,
            CK_ULONG_PTR signature_len) {
     return with_session(session, [&](Module& module, SessionState& state) {
-        const std::optional<CK_OBJECT_HANDLE> key = std::exchange(state.pkcs1_signing, {});
-        if (key && !signature && signature_len && !state.kept.holding()) {
-            if (const auto rv = answer_signature_length(module.backend, session, *key, data,
+        const auto signing = std::exchange(state.pkcs1_signing, {});
+        if (signing && !signature && signature_len && !state.kept.holding()) {
+            if (const auto rv = answer_signature_length(module.backend, session, *signing, data,
                                                         data_len, state.kept, signature_len)) {
                 return *rv;
             }

@@ -10,6 +10,21 @@ std::optional<CK_OBJECT_CLASS> object_class(CK_FUNCTION_LIST& backend, CK_SESSIO
     return value;
 }
 
+KeyFacts key_facts(CK_FUNCTION_LIST& backend, CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object) {
+    CK_OBJECT_CLASS value = 0;
+    CK_ATTRIBUTE query[] = {{CKA_CLASS, &value, sizeof value}, {CKA_MODULUS, nullptr, 0}};
+    const CK_RV rv = backend.C_GetAttributeValue(session, object, query, 2);
+    // An object without a modulus fails the call for that attribute alone.
+    const bool per_attribute = rv == CKR_ATTRIBUTE_TYPE_INVALID || rv == CKR_ATTRIBUTE_SENSITIVE ||
+                               rv == CKR_BUFFER_TOO_SMALL;
+    KeyFacts facts;
+    if (rv != CKR_OK && !(per_attribute && query[0].ulValueLen == sizeof value)) return facts;
+    facts.object_class = value;
+    if (query[1].ulValueLen != CK_UNAVAILABLE_INFORMATION)
+        facts.modulus_length = query[1].ulValueLen;
+    return facts;
+}
+
 bool user_logged_in(CK_FUNCTION_LIST& backend, CK_SESSION_HANDLE session) {
     CK_SESSION_INFO info{};
     if (backend.C_GetSessionInfo(session, &info) != CKR_OK) return false;
@@ -18,7 +33,12 @@ bool user_logged_in(CK_FUNCTION_LIST& backend, CK_SESSION_HANDLE session) {
 
 CK_RV require_login_for_private_key(CK_FUNCTION_LIST& backend, CK_SESSION_HANDLE session,
                                     CK_OBJECT_HANDLE key) {
-    if (object_class(backend, session, key) != CKO_PRIVATE_KEY) return CKR_OK;
+    return require_login_for_private_key(backend, session, object_class(backend, session, key));
+}
+
+CK_RV require_login_for_private_key(CK_FUNCTION_LIST& backend, CK_SESSION_HANDLE session,
+                                    std::optional<CK_OBJECT_CLASS> key_class) {
+    if (key_class != CKO_PRIVATE_KEY) return CKR_OK;
     return user_logged_in(backend, session) ? CKR_OK : CKR_USER_NOT_LOGGED_IN;
 }
 

@@ -76,10 +76,9 @@ RetryCounterStore::Counters RetryCounterStore::read() const {
 std::optional<RetryCounterStore::FileIdentity> RetryCounterStore::identity() const {
     struct stat status {};
     if (::stat(file_.c_str(), &status) != 0) {
-        if (errno != ENOENT) return std::nullopt;
-        // No counts yet; the directory must still be usable, as the locked read would demand.
-        if (::stat(dir_.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) return std::nullopt;
-        return FileIdentity{};
+        // No wrong tries on record yet: an absent file is an identity of its own.
+        if (errno == ENOENT) return FileIdentity{};
+        return std::nullopt;
     }
     auto nanoseconds = [](const timespec& time) {
         return static_cast<std::int64_t>(time.tv_sec) * 1000000000 + time.tv_nsec;

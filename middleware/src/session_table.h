@@ -21,8 +21,12 @@ struct SessionState {
     const CK_SLOT_ID slot;
     ObjectSearch search;
     KeptOutput kept;
-    // The key of a CKM_RSA_PKCS signature that C_SignInit started and no call has touched since.
-    std::optional<CK_OBJECT_HANDLE> pkcs1_signing;
+    // A CKM_RSA_PKCS signature that C_SignInit started and no call has touched since.
+    struct Pkcs1Signing {
+        CK_OBJECT_HANDLE key;
+        CK_ULONG modulus_length;  // 0 when unknown
+    };
+    std::optional<Pkcs1Signing> pkcs1_signing;
 };
 
 class SessionTable {
