@@ -13,6 +13,7 @@ packages=(
     pcscd libpcsclite-dev pcsc-tools
     vsmartcard-vpcd vsmartcard-vpicc python3-virtualsmartcard python3-pycryptodome
     libbenchmark-dev
+    wixl msitools
 )
 
 missing=()

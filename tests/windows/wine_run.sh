@@ -37,16 +37,19 @@ export DISPLAY="${DISPLAY:-}"
 unset WAYLAND_DISPLAY
 
 # Persistent for a while after its last client, so that the next test does
-# not pay for a new one. A server that already runs makes this a no-op.
+# not pay for a new one. A server that already runs makes this a no-op; the
+# answer says whether a server had to be started.
 start_server() {
-    "$wineserver" -p30 2>/dev/null || true
+    local status=0
+    "$wineserver" -p30 2>/dev/null || status=$?
+    [ "$status" -eq 0 ]
 }
 
 make_prefix() {
     if [ -d "$prefix" ]; then "$wineserver" -k 2>/dev/null || true; fi
     rm -rf "$prefix"
     mkdir -p "$prefix"
-    start_server
+    start_server || true
     "$wine" wineboot --init >/dev/null 2>&1 ||
         { echo "wine_run.sh: wineboot failed for $prefix" >&2; exit 1; }
     # A crash must fail the test, not wait in a dialog for someone to close it.
@@ -61,7 +64,13 @@ flock 9
 if [ "$fresh" = 1 ] || [ ! -e "$prefix/.ready" ]; then
     make_prefix
 fi
-start_server
+# A new server's first program starts Wine's services, which inherit its
+# standard handles and keep them until the server ends. Started by a test,
+# they would hold CTest's pipes, and CTest would wait out the server's 30 s
+# after that test, and after each one that follows.
+if start_server; then
+    "$wine" cmd /c exit < /dev/null > /dev/null 2>&1 9>&- || true
+fi
 flock -u 9
 [ "$fresh" = 1 ] && exit 0
 

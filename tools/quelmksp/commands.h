@@ -29,3 +29,5 @@ int RunImport(const Invocation& invocation);
 int RunWrap(const Invocation& invocation);
 int RunCerts(const Invocation& invocation);
 int RunReaders(const Invocation& invocation);
+int RunRegister(const Invocation& invocation);
+int RunUnregister(const Invocation& invocation);

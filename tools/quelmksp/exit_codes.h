@@ -23,5 +23,8 @@ inline constexpr int kRefusedInput = 11;
 // The token's flags say the PIN is locked: no PIN will do until it is
 // unblocked, unlike a wrong PIN (kLogin).
 inline constexpr int kPinLocked = 12;
+// register and unregister: CNG's registration functions are stubs here
+// (Wine), so only the configuration values were written or removed.
+inline constexpr int kRegistrationStubbed = 13;
 
 }  // namespace exit_code

@@ -3,7 +3,6 @@
 // through its function table.
 #include <cstdio>
 #include <exception>
-#include <fstream>
 #include <new>
 #include <string>
 #include <vector>
@@ -12,6 +11,7 @@
 #include "commands.h"
 #include "exit_codes.h"
 #include "provider_client.h"
+#include "provider_location.h"
 
 namespace {
 
@@ -40,10 +40,14 @@ const char kUsage[] =
     "  encrypt   encrypt a short message with a token key (PKCS#1 v1.5)\n"
     "  decrypt   decrypt a message with a token key\n"
     "  readers   list the PC/SC readers, their cards and their token slots\n"
+    "  register  register the provider with CNG and write its default\n"
+    "            configuration (on Linux: the configuration file)\n"
+    "  unregister  remove the provider from CNG and its configuration\n"
     "\n"
     "Options:\n"
     "  --provider LIBRARY   the provider library to load (default: the one\n"
-    "                       beside this program)\n"
+    "                       beside this program; on Windows, failing that,\n"
+    "                       the one in the system folder)\n"
     "  --version            print the client's version\n"
     "  --interactive        open the provider without NCRYPT_SILENT_FLAG: with\n"
     "                       several tokens or none, the provider asks for the\n"
@@ -62,7 +66,8 @@ const char kUsage[] =
     "4 no such key, 5 PIN refused or login cancelled, 6 input or output error,\n"
     "7 key or certificate exists already, 8 certificate for another key, 9 no\n"
     "certificate, 10 not available in the Windows client, 11 the token refused\n"
-    "the input, 12 the PIN is locked.\n";
+    "the input, 12 the PIN is locked, 13 CNG's registration functions are\n"
+    "stubs (Wine).\n";
 
 const char kCertUsage[] =
     "usage: quelmksp cert put KEY FILE [--force]\n"
@@ -78,12 +83,12 @@ struct Command {
 };
 
 const Command kCommands[] = {
-    {"info", RunInfo},        {"keys", RunKeys},       {"create", RunCreate},
-    {"export", RunExport},    {"req", RunReq},         {"cert put", RunCertPut},
-    {"cert get", RunCertGet}, {"delete", RunDelete},   {"sign", RunSign},
-    {"verify", RunVerify},    {"encrypt", RunEncrypt}, {"decrypt", RunDecrypt},
-    {"import", RunImport},    {"wrap", RunWrap},       {"certs", RunCerts},
-    {"readers", RunReaders}};
+    {"info", RunInfo},        {"keys", RunKeys},         {"create", RunCreate},
+    {"export", RunExport},    {"req", RunReq},           {"cert put", RunCertPut},
+    {"cert get", RunCertGet}, {"delete", RunDelete},     {"sign", RunSign},
+    {"verify", RunVerify},    {"encrypt", RunEncrypt},   {"decrypt", RunDecrypt},
+    {"import", RunImport},    {"wrap", RunWrap},         {"certs", RunCerts},
+    {"readers", RunReaders},  {"register", RunRegister}, {"unregister", RunUnregister}};
 
 // How many of the leading arguments name the command: 0 when they do not.
 size_t WordsMatched(const Command& command, const std::vector<std::string>& args) {
@@ -95,14 +100,6 @@ size_t WordsMatched(const Command& command, const std::vector<std::string>& args
                : 0;
 }
 
-// Beside the client in a build; in lib/velmora beside bin/ once installed.
-std::string DefaultProvider() {
-    const std::string beside = platform::OwnFolder() + ProviderClient::kDefaultLibrary;
-    const std::string installed =
-        platform::OwnFolder() + "../lib/velmora/" + ProviderClient::kDefaultLibrary;
-    return std::ifstream(beside) || !std::ifstream(installed) ? beside : installed;
-}
-
 int Fail(const std::string& message) {
     std::fprintf(stderr, "quelmksp: %s\n", message.c_str());
     return exit_code::kProvider;
@@ -112,7 +109,7 @@ int Fail(const std::string& message) {
 
 int main(int argc, char** argv) {
     std::vector<std::string> args(argv + 1, argv + argc);
-    Invocation invocation{DefaultProvider(), {}};
+    Invocation invocation{DefaultProviderLibrary(), {}};
     while (!args.empty() && (args[0] == "--provider" || args[0] == "--interactive")) {
         if (args[0] == "--interactive") {
             invocation.interactive = true;
